@@ -10,7 +10,10 @@ target_include_directories(velapo_options INTERFACE
 if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
   target_compile_options(velapo_options INTERFACE
     -Wall -Wextra -Wshadow -Wnon-virtual-dtor -Wcast-align -Woverloaded-virtual
-    -Wformat=2 -Wimplicit-fallthrough)
+    -Wformat=2 -Wimplicit-fallthrough
+    # Mixing results are pinned bit for bit, and the Windows and Linux builds
+    # must agree: never fuse a multiply and an add behind the code's back.
+    -ffp-contract=off)
   if(VELAPO_WERROR)
     target_compile_options(velapo_options INTERFACE -Werror)
   endif()

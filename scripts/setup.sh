@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# Installs what velapo needs to build and test on Debian (12 or newer), and
+# nothing that is already there. Run as root, or as a user who may sudo.
+set -euo pipefail
+
+packages=(
+  build-essential cmake ninja-build pkg-config git
+  clang libclang-rt-dev                                  # libFuzzer targets
+  libgtest-dev libgmock-dev googletest libbenchmark-dev  # tests and benchmarks
+  libtinyxml2-dev libspeexdsp-dev                        # configuration and resampling
+  g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix  # the Windows build
+  wine wine64                                            # running it
+)
+
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+echo "Installing: ${missing[*]}"
+sudo=""
+[ "$(id -u)" -eq 0 ] || sudo="sudo"
+export DEBIAN_FRONTEND=noninteractive
+$sudo apt-get update -qq
+$sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"

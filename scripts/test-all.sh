@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# The one command that sets up a fresh Debian machine and runs every test:
+# the native build, AddressSanitizer + UndefinedBehaviorSanitizer,
+# ThreadSanitizer, and the Windows build under Wine.
+#   scripts/test-all.sh              all of them
+#   scripts/test-all.sh default      only the named presets (default asan tsan mingw)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+scripts/setup.sh
+
+presets=("$@")
+[ ${#presets[@]} -gt 0 ] || presets=(default asan tsan mingw)
+
+jobs=$(nproc 2>/dev/null || echo 2)
+
+for preset in "${presets[@]}"; do
+  echo "=== ${preset}: configure and build"
+  cmake --preset "$preset" >/dev/null
+  cmake --build --preset "$preset" -j "$jobs"
+  if [ "$preset" = mingw ]; then
+    scripts/wine-env.sh ctest --preset mingw -j "$jobs"
+  else
+    echo "=== ${preset}: test"
+    ctest --preset "$preset" -j "$jobs"
+  fi
+done
+echo "=== all presets passed: ${presets[*]}"
