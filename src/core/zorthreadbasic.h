@@ -1,0 +1,64 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "platform/event.h"
+#include "platform/thread.h"
+
+class ZORThreadBasic;
+
+// A background activity run by ZORThreadBasic.
+class IZORThreadBasicWorker {
+ public:
+  virtual ~IZORThreadBasicWorker() = default;
+  // On the worker thread. Returns once stopEvent is signalled, or earlier by
+  // its own decision; true gives the thread exit code 1, false 0xFFFFFFFF.
+  // A worker that wakes after its thread was given up (see Stop) may still
+  // look at stopEvent, which outlives its owner, but not at `thread`.
+  virtual bool Run(ZORThreadBasic& thread, zor::os::Event& stopEvent) = 0;
+};
+
+// The one thread wrapper: owns a thread and a manual-reset stop event, and
+// runs a worker until told to stop. Start and Stop belong to the owner's
+// thread; the object has no lock. Owners stop it first thing in their
+// destructor, before they destroy anything the worker uses.
+class ZORThreadBasic {
+ public:
+  static constexpr uint32_t kDefaultStopWaitMs = 5000;
+  static constexpr uint32_t kExitRunSucceeded = 1;
+  static constexpr uint32_t kExitRunFailed = 0xFFFFFFFFu;
+
+  ZORThreadBasic();
+  // Stops with the default wait.
+  virtual ~ZORThreadBasic();
+  ZORThreadBasic(const ZORThreadBasic&) = delete;
+  ZORThreadBasic& operator=(const ZORThreadBasic&) = delete;
+
+  // A non-null worker replaces the stored one; null keeps it. Resets the stop
+  // event and starts the thread. False when the thread could not be started,
+  // when no worker is stored (Stop forgets it), or when a thread is still
+  // held: call Stop first.
+  virtual bool Start(IZORThreadBasicWorker* worker);
+  // Signals the stop event and waits up to waitMs (0: kDefaultStopWaitMs) for
+  // the thread to end. A thread that does not end in time is given up: killed
+  // on Windows, left to run on unowned on POSIX, which has no safe way to kill
+  // it; either way its exit code reads kExitRunFailed and Stop returns after
+  // the wait. Then the thread and the worker are forgotten. The stop event
+  // stays signalled until the next Start. Never from the worker itself.
+  virtual void Stop(uint32_t waitMs = 0);
+
+  bool IsStarted() const { return m_thread.Holds(); }   // between Start and Stop
+  bool IsRunning() const { return m_thread.Running(); } // and Run has not returned
+  uint32_t ThreadId() const { return m_thread.Id(); }   // 0 when not started
+  // Exit code of the last thread that ended (1, or 0xFFFFFFFF); 0 before.
+  uint32_t ExitCode() const { return m_thread.ExitCode(); }
+  zor::os::Event& StopEvent() { return *m_stopEvent; }
+
+ private:
+  // Shared with the running thread, so that a thread given up on POSIX can
+  // still look at its stop event after this object is gone.
+  std::shared_ptr<zor::os::Event> m_stopEvent;
+  zor::os::Thread m_thread;
+  IZORThreadBasicWorker* m_pWorker = nullptr;
+};

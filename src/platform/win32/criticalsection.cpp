@@ -1,0 +1,21 @@
+#include "platform/criticalsection.h"
+
+#include <windows.h>
+
+namespace zor::os {
+
+struct CriticalSection::State {
+  CRITICAL_SECTION section;
+};
+
+CriticalSection::CriticalSection() : m_state(std::make_unique<State>()) {
+  ::InitializeCriticalSection(&m_state->section);
+}
+
+CriticalSection::~CriticalSection() { ::DeleteCriticalSection(&m_state->section); }
+
+void CriticalSection::Lock() { ::EnterCriticalSection(&m_state->section); }
+bool CriticalSection::TryLock() { return ::TryEnterCriticalSection(&m_state->section) != FALSE; }
+void CriticalSection::Unlock() { ::LeaveCriticalSection(&m_state->section); }
+
+}  // namespace zor::os
