@@ -1,0 +1,261 @@
+// The ten kinds of typed value: sizes, raw bytes, clones, text and equality.
+#include "values/velanyval.h"
+
+#include "platform/text.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cmath>
+#include <limits>
+#include <memory>
+#include <vector>
+
+namespace {
+
+std::string ATextOf(const VELAnyVal& value) {
+  std::string text = "untouched";
+  EXPECT_TRUE(value.GetAString(text)) << value.GetTypeName();
+  return text;
+}
+
+std::u16string WTextOf(const VELAnyVal& value) {
+  std::u16string text = u"untouched";
+  EXPECT_TRUE(value.GetWString(text)) << value.GetTypeName();
+  return text;
+}
+
+const char kBytes[] = {'\xF7', '\x02', '\x00', '\x41'};
+
+// One non-empty value of every kind, and the "no value" base.
+std::vector<std::unique_ptr<VELAnyVal>> OneOfEachKind() {
+  std::vector<std::unique_ptr<VELAnyVal>> values;
+  values.push_back(std::make_unique<VELAnyValLong>(-123456));
+  values.push_back(std::make_unique<VELAnyValInt>(122));
+  values.push_back(std::make_unique<VELAnyValShort>(static_cast<int16_t>(-1)));
+  values.push_back(std::make_unique<VELAnyValFloat>(1.1f));
+  values.push_back(std::make_unique<VELAnyValDouble>(2.0 / 15.0));
+  values.push_back(std::make_unique<VELAnyValBool>(uint8_t{2}));
+  values.push_back(std::make_unique<VELAnyValAString>(std::string("text")));
+  values.push_back(std::make_unique<VELAnyValWString>(std::u16string(u"w\u00e9de")));
+  values.push_back(std::make_unique<VELAnyValBinaryC>(kBytes, 4));
+  values.push_back(
+      std::make_unique<VELAnyValBinaryUC>(reinterpret_cast<const unsigned char*>(kBytes), 4));
+  values.push_back(std::make_unique<VELAnyVal>());
+  return values;
+}
+
+TEST(VELAnyVal, KindsSizesAndNames) {
+  struct Expected {
+    int32_t type;
+    uint32_t size;
+    const char* name;
+  };
+  const Expected expected[] = {
+      {0, 4, "Long"},         {1, 4, "Int"},
+      {2, 2, "Short"},        {3, 4, "Float"},
+      {4, 8, "Double"},       {5, 1, "Bool"},
+      {6, 4, "ASCII String"}, {7, 8, "Wide String"},
+      {8, 4, "Byte Array Signed"}, {9, 4, "Byte Array Unsigned"},
+      {11, 0, ""},
+  };
+  const auto values = OneOfEachKind();
+  ASSERT_EQ(values.size(), std::size(expected));
+  for (size_t i = 0; i < values.size(); ++i) {
+    SCOPED_TRACE(expected[i].name);
+    EXPECT_EQ(values[i]->GetType(), expected[i].type);
+    EXPECT_EQ(values[i]->GetSize(), expected[i].size);
+    EXPECT_STREQ(values[i]->GetTypeName(), expected[i].name);
+    const std::string narrow = expected[i].name;
+    EXPECT_EQ(std::u16string(values[i]->GetTypeNameW()),
+              std::u16string(narrow.begin(), narrow.end()));
+  }
+}
+
+TEST(VELAnyVal, GetDataNeedsRoomForTheWholePayload) {
+  for (const auto& value : OneOfEachKind()) {
+    SCOPED_TRACE(value->GetTypeName());
+    const uint32_t size = value->GetSize();
+    std::array<unsigned char, 16> buffer;
+    buffer.fill(0xCC);
+    if (size > 0) {
+      EXPECT_EQ(value->GetData(buffer.data(), size - 1), 0u);
+      for (unsigned char byte : buffer) EXPECT_EQ(byte, 0xCC);  // nothing written
+    }
+    EXPECT_EQ(value->GetData(buffer.data(), size), size);
+    EXPECT_EQ(buffer[size], 0xCC);  // and nothing past the payload
+  }
+}
+
+TEST(VELAnyVal, GetDataWritesLittleEndianAndUtf16Units) {
+  unsigned char bytes[8] = {};
+  ASSERT_EQ(VELAnyValLong(0x01020304).GetData(bytes, 8), 4u);
+  EXPECT_EQ((std::vector<unsigned char>(bytes, bytes + 4)),
+            (std::vector<unsigned char>{0x04, 0x03, 0x02, 0x01}));
+  ASSERT_EQ(VELAnyValShort(static_cast<int16_t>(-2)).GetData(bytes, 8), 2u);
+  EXPECT_EQ(bytes[0], 0xFE);
+  EXPECT_EQ(bytes[1], 0xFF);
+  ASSERT_EQ(VELAnyValFloat(1.0f).GetData(bytes, 8), 4u);
+  EXPECT_EQ((std::vector<unsigned char>(bytes, bytes + 4)),
+            (std::vector<unsigned char>{0x00, 0x00, 0x80, 0x3F}));
+  ASSERT_EQ(VELAnyValDouble(-2.0).GetData(bytes, 8), 8u);
+  EXPECT_EQ((std::vector<unsigned char>(bytes, bytes + 8)),
+            (std::vector<unsigned char>{0, 0, 0, 0, 0, 0, 0x00, 0xC0}));
+  ASSERT_EQ(VELAnyValWString(std::u16string(u"A\u20AC")).GetData(bytes, 8), 4u);
+  EXPECT_EQ((std::vector<unsigned char>(bytes, bytes + 4)),
+            (std::vector<unsigned char>{0x41, 0x00, 0xAC, 0x20}));
+}
+
+TEST(VELAnyVal, EmptyStringsAndArraysCopyNothing) {
+  unsigned char byte = 0xCC;
+  EXPECT_EQ(VELAnyValAString(std::string()).GetData(&byte, 1), 0u);
+  EXPECT_EQ(VELAnyValWString(std::u16string()).GetData(&byte, 0), 0u);
+  EXPECT_EQ(VELAnyValBinaryC(nullptr, 5).GetSize(), 0u);
+  EXPECT_EQ(VELAnyValBinaryUC(reinterpret_cast<const unsigned char*>(kBytes), 0).GetSize(), 0u);
+  EXPECT_EQ(byte, 0xCC);
+}
+
+TEST(VELAnyVal, StringConstructorsTakeTheirSource) {
+  std::string narrow = "moved";
+  std::u16string wide = u"moved";
+  VELAnyValAString a(std::move(narrow));
+  VELAnyValWString w(std::move(wide));
+  EXPECT_TRUE(narrow.empty());
+  EXPECT_TRUE(wide.empty());
+  EXPECT_EQ(a.GetValue(), "moved");
+  EXPECT_EQ(w.GetValue(), u"moved");
+}
+
+TEST(VELAnyVal, CloneIsEqualToItsSourceExceptNaN) {
+  const auto values = OneOfEachKind();
+  for (size_t i = 0; i + 1 < values.size(); ++i) {
+    const auto clone = values[i]->Clone();
+    SCOPED_TRACE(values[i]->GetTypeName());
+    EXPECT_EQ(typeid(*clone), typeid(*values[i]));
+    EXPECT_TRUE(clone->IsEqual(values[i].get()));
+    EXPECT_TRUE(values[i]->IsEqual(clone.get()));
+  }
+  // The base clones to a base of the same code, and is equal to nothing.
+  const auto none = values.back()->Clone();
+  EXPECT_EQ(none->GetType(), VEL_ANYVAL_NONE);
+  EXPECT_FALSE(none->IsEqual(values.back().get()));
+
+  const VELAnyValFloat nanFloat(std::numeric_limits<float>::quiet_NaN());
+  const VELAnyValDouble nanDouble(std::numeric_limits<double>::quiet_NaN());
+  EXPECT_FALSE(nanFloat.Clone()->IsEqual(&nanFloat));
+  EXPECT_FALSE(nanDouble.Clone()->IsEqual(&nanDouble));
+  EXPECT_TRUE(VELAnyValDouble(-0.0).IsEqual(std::make_unique<VELAnyValDouble>(0.0).get()));
+}
+
+TEST(VELAnyVal, EqualityNeedsTheSameKind) {
+  const VELAnyValLong longFive(5);
+  const VELAnyValInt intFive(5);
+  EXPECT_FALSE(longFive.IsEqual(&intFive));
+  EXPECT_FALSE(intFive.IsEqual(&longFive));
+  EXPECT_FALSE(longFive.IsEqual(nullptr));
+  EXPECT_FALSE(VELAnyValBinaryC(kBytes, 4)
+                   .IsEqual(std::make_unique<VELAnyValBinaryUC>(
+                                reinterpret_cast<const unsigned char*>(kBytes), 4)
+                                .get()));
+  // Bools compare their stored bytes.
+  const VELAnyValBool one(uint8_t{1});
+  const VELAnyValBool two(uint8_t{2});
+  EXPECT_FALSE(one.IsEqual(&two));
+  EXPECT_EQ(ATextOf(two), "1");
+  EXPECT_EQ(ATextOf(VELAnyValBool(uint8_t{0})), "0");
+}
+
+TEST(VELAnyVal, StringEqualityReadsTheOtherAsACString) {
+  const VELAnyValAString plain(std::string("ab"));
+  const VELAnyValAString withNul(std::string("ab\0cd", 5));
+  // The other side is measured up to its NUL, this side at full length.
+  EXPECT_TRUE(plain.IsEqual(&withNul));
+  EXPECT_FALSE(withNul.IsEqual(&plain));
+  EXPECT_FALSE(plain.IsEqual(std::make_unique<VELAnyValAString>(std::string("abc")).get()));
+
+  const VELAnyValWString wide(std::u16string(u"ab"));
+  const VELAnyValWString wideWithNul(std::u16string(u"ab\0cd", 5));
+  EXPECT_TRUE(wide.IsEqual(&wideWithNul));
+  EXPECT_FALSE(wideWithNul.IsEqual(&wide));
+}
+
+TEST(VELAnyVal, IntegerAndBoolText) {
+  EXPECT_EQ(ATextOf(VELAnyValInt(122)), "122");
+  EXPECT_EQ(ATextOf(VELAnyValShort(static_cast<int16_t>(-1))), "-1");
+  EXPECT_EQ(ATextOf(VELAnyValLong(std::numeric_limits<int32_t>::min())), "-2147483648");
+  EXPECT_EQ(ATextOf(VELAnyValShort(std::numeric_limits<int16_t>::min())), "-32768");
+  EXPECT_EQ(WTextOf(VELAnyValLong(-42)), u"-42");
+  EXPECT_EQ(WTextOf(VELAnyValBool(uint8_t{7})), u"1");
+}
+
+TEST(VELAnyVal, FloatingText) {
+  EXPECT_EQ(ATextOf(VELAnyValFloat(1.1f)), "1.10000002");
+  EXPECT_EQ(ATextOf(VELAnyValFloat(-0.5f)), "-0.5");
+  EXPECT_EQ(ATextOf(VELAnyValDouble(2.0 / 15.0)), "0.13333333333333333");
+  EXPECT_EQ(ATextOf(VELAnyValDouble(0.05)), "0.5");
+  EXPECT_EQ(ATextOf(VELAnyValDouble(1.05)), "1.05000000000000004");
+  EXPECT_EQ(WTextOf(VELAnyValDouble(3.0)), u"3.0");
+  EXPECT_EQ(WTextOf(VELAnyValFloat(0.0f)), u"0.0");
+
+  std::string text = "kept";
+  std::u16string wide = u"kept";
+  EXPECT_FALSE(VELAnyValDouble(std::numeric_limits<double>::infinity()).GetAString(text));
+  EXPECT_FALSE(VELAnyValFloat(std::numeric_limits<float>::quiet_NaN()).GetWString(wide));
+  EXPECT_EQ(text, "kept");
+  EXPECT_EQ(wide, u"kept");
+}
+
+TEST(VELAnyVal, StringText) {
+  std::string narrow = "x";
+  std::u16string wide = u"x";
+  const VELAnyValAString emptyNarrow{std::string()};
+  EXPECT_TRUE(emptyNarrow.GetAString(narrow));
+  EXPECT_EQ(narrow, "");
+  EXPECT_FALSE(emptyNarrow.GetWString(wide));
+  EXPECT_EQ(wide, u"");
+
+  const VELAnyValWString emptyWide{std::u16string()};
+  narrow.assign(1, 'x');
+  wide.assign(1, u'x');  // assign(): gcc 12 misreads "= literal" as overlapping
+  EXPECT_TRUE(emptyWide.GetWString(wide));
+  EXPECT_EQ(wide, u"");
+  EXPECT_FALSE(emptyWide.GetAString(narrow));
+  EXPECT_EQ(narrow, "");
+
+  EXPECT_EQ(WTextOf(VELAnyValAString(std::string("Cafe"))), u"Cafe");
+  EXPECT_EQ(ATextOf(VELAnyValWString(std::u16string(u"Cafe"))), "Cafe");
+  // Beyond ASCII, narrow text is the platform's encoding (UTF-8 on Linux, the
+  // ANSI code page on Windows): the kinds convert as the platform does.
+  const std::u16string accented = u"Caf\u00e9";
+  EXPECT_EQ(ATextOf(VELAnyValWString(std::u16string(accented))), zor::os::WideToNarrow(accented));
+  EXPECT_EQ(WTextOf(VELAnyValAString(zor::os::WideToNarrow(accented))), accented);
+  // Conversions read a C string: the text ends at an embedded NUL.
+  EXPECT_EQ(WTextOf(VELAnyValAString(std::string("ab\0cd", 5))), u"ab");
+  EXPECT_EQ(ATextOf(VELAnyValWString(std::u16string(u"ab\0cd", 5))), "ab");
+  // Same-form text is the payload as it is.
+  EXPECT_EQ(ATextOf(VELAnyValAString(std::string("ab\0cd", 5))), std::string("ab\0cd", 5));
+}
+
+TEST(VELAnyVal, ArrayTextIsUpperCaseHex) {
+  char bytes[20];
+  std::fill(std::begin(bytes), std::end(bytes), '\xF7');
+  bytes[10] = '\x02';
+  EXPECT_EQ(ATextOf(VELAnyValBinaryC(bytes, 20)), "F7F7F7F7F7F7F7F7F7F702F7F7F7F7F7F7F7F7F7");
+  const unsigned char unsignedBytes[] = {0x00, 0x0A, 0xFF};
+  EXPECT_EQ(WTextOf(VELAnyValBinaryUC(unsignedBytes, 3)), u"000AFF");
+  EXPECT_EQ(ATextOf(VELAnyValBinaryUC(nullptr, 0)), "");
+}
+
+TEST(VELAnyVal, NoValueHasNoText) {
+  const VELAnyVal none;
+  std::string narrow = "kept";
+  std::u16string wide = u"kept";
+  EXPECT_EQ(none.GetType(), 11);
+  EXPECT_FALSE(none.GetAString(narrow));
+  EXPECT_FALSE(none.GetWString(wide));
+  EXPECT_EQ(narrow, "kept");
+  unsigned char byte = 0;
+  EXPECT_EQ(none.GetData(&byte, 1), 0u);
+}
+
+}  // namespace

@@ -1,0 +1,179 @@
+// Float and double text: reference outputs, and thousands of values checked
+// against an independent expansion.
+#include "values/velfixedtext.h"
+
+#include <gtest/gtest.h>
+
+#include <charconv>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <string>
+
+namespace {
+
+std::string Text(double value, int digits) {
+  std::string text = "untouched";
+  EXPECT_TRUE(VELFormatFixed(value, digits, text)) << value;
+  return text;
+}
+
+// The expected text, derived another way: the standard library's exact fixed
+// expansion (1100 places hold every double exactly), rounded half up by
+// decimal string arithmetic, then the leading zeros of a fraction below 1
+// dropped as the routine does.
+std::string ExpectedText(double value, int digits) {
+  static char buffer[1500];
+  const auto result = std::to_chars(buffer, buffer + sizeof(buffer), std::fabs(value),
+                                    std::chars_format::fixed, 1100);
+  const std::string exact(buffer, result.ptr);
+  const size_t dot = exact.find('.');
+  std::string kept = exact.substr(0, dot) + exact.substr(dot + 1, static_cast<size_t>(digits));
+  if (exact[dot + 1 + static_cast<size_t>(digits)] >= '5') {
+    size_t i = kept.size();
+    while (i > 0 && kept[i - 1] == '9') kept[--i] = '0';
+    if (i == 0) {
+      kept.insert(kept.begin(), '1');
+    } else {
+      ++kept[i - 1];
+    }
+  }
+  std::string integer = kept.substr(0, kept.size() - static_cast<size_t>(digits));
+  std::string fraction = kept.substr(kept.size() - static_cast<size_t>(digits));
+  integer.erase(0, integer.find_first_not_of('0'));
+  std::string text = std::signbit(value) ? "-" : "";
+  if (integer.empty()) {
+    if (value != 0) fraction.erase(0, fraction.find_first_not_of('0') == std::string::npos
+                                          ? fraction.size()
+                                          : fraction.find_first_not_of('0'));
+    text += "0." + fraction;
+  } else {
+    text += integer + "." + fraction;
+  }
+  const size_t point = text.find('.');
+  while (text.size() > point + 2 && text.back() == '0') text.pop_back();
+  return text;
+}
+
+TEST(VELFixedText, ReferenceOutputs) {
+  EXPECT_EQ(Text(static_cast<double>(1.1f), 8), "1.10000002");
+  EXPECT_EQ(Text(2.0 / 15.0, 17), "0.13333333333333333");
+  EXPECT_EQ(Text(3.0, 17), "3.0");
+  EXPECT_EQ(Text(3.0, 8), "3.0");
+  EXPECT_EQ(Text(0.0, 17), "0.0");
+  EXPECT_EQ(Text(0.0, 8), "0.0");
+  // Leading zeros of the fraction are lost below 1, kept above it.
+  EXPECT_EQ(Text(0.05, 17), "0.5");
+  EXPECT_EQ(Text(1.05, 17), "1.05000000000000004");
+  EXPECT_EQ(Text(-0.5, 8), "-0.5");
+  EXPECT_EQ(Text(static_cast<double>(0.001f), 8), "0.1");
+}
+
+TEST(VELFixedText, DigitStringHasTheShapeOfFcvt) {
+  VELFixedDigits digits;
+  ASSERT_TRUE(VELFixedDigitsOf(0.05, 8, digits));
+  EXPECT_EQ(digits.digits, "5000000");
+  EXPECT_EQ(digits.decimalPosition, -1);
+  EXPECT_FALSE(digits.negative);
+
+  ASSERT_TRUE(VELFixedDigitsOf(-12.5, 2, digits));
+  EXPECT_EQ(digits.digits, "1250");
+  EXPECT_EQ(digits.decimalPosition, 2);
+  EXPECT_TRUE(digits.negative);
+
+  // Zero: one zero per place, point at the start.
+  ASSERT_TRUE(VELFixedDigitsOf(0.0, 3, digits));
+  EXPECT_EQ(digits.digits, "000");
+  EXPECT_EQ(digits.decimalPosition, 0);
+
+  // Rounding that carries into a new digit moves the point.
+  ASSERT_TRUE(VELFixedDigitsOf(9.995, 2, digits));  // 9.9949999... stays below
+  EXPECT_EQ(digits.digits, "999");
+  ASSERT_TRUE(VELFixedDigitsOf(9.999, 2, digits));
+  EXPECT_EQ(digits.digits, "1000");
+  EXPECT_EQ(digits.decimalPosition, 2);
+}
+
+TEST(VELFixedText, RoundsExactHalvesUp) {
+  // 0.125 and 2.5 are exact in binary: a true tie goes up, not to even.
+  EXPECT_EQ(Text(0.125, 2), "0.13");
+  VELFixedDigits digits;
+  ASSERT_TRUE(VELFixedDigitsOf(2.5, 0, digits));
+  EXPECT_EQ(digits.digits, "3");
+  // 1/512 has nine places; at eight the last 5 rounds up.
+  EXPECT_EQ(Text(1.0 / 512, 8), "0.195313");
+}
+
+TEST(VELFixedText, ValuesBelowTheLastPlaceLeaveNoDigits) {
+  VELFixedDigits digits;
+  ASSERT_TRUE(VELFixedDigitsOf(1e-12, 8, digits));
+  EXPECT_EQ(digits.digits, "");
+  EXPECT_EQ(Text(1e-12, 8), "0.");
+  EXPECT_EQ(Text(-1e-12, 8), "-0.");
+  // Half of the last place rounds up to a single digit.
+  EXPECT_EQ(Text(6e-9, 8), "0.1");
+  // The smallest subnormal.
+  EXPECT_EQ(Text(std::numeric_limits<double>::denorm_min(), 17), "0.");
+}
+
+TEST(VELFixedText, ExtremesAndFailures) {
+  const double largest = std::numeric_limits<double>::max();
+  EXPECT_EQ(Text(largest, 17), ExpectedText(largest, 17));
+  EXPECT_EQ(Text(largest, 17).size(), 309u + 2u);  // all integer digits, then ".0"
+  EXPECT_EQ(Text(-0.0, 17), "-0.0");
+
+  std::string text = "kept";
+  EXPECT_FALSE(VELFormatFixed(std::numeric_limits<double>::quiet_NaN(), 17, text));
+  EXPECT_FALSE(VELFormatFixed(std::numeric_limits<double>::infinity(), 8, text));
+  EXPECT_FALSE(VELFormatFixed(-std::numeric_limits<double>::infinity(), 8, text));
+  EXPECT_FALSE(VELFormatFixed(1.0, -1, text));
+  EXPECT_FALSE(VELFormatFixed(1.0, kVELFixedMaxFraction + 1, text));
+  EXPECT_EQ(text, "kept");
+}
+
+TEST(VELFixedText, WideTextMatchesNarrow) {
+  for (double value : {0.0, 0.05, -1234.5678, 1e300, 2.0 / 3.0}) {
+    std::string narrow;
+    std::u16string wide;
+    ASSERT_TRUE(VELFormatFixed(value, 17, narrow));
+    ASSERT_TRUE(VELFormatFixed(value, 17, wide));
+    EXPECT_EQ(std::u16string(narrow.begin(), narrow.end()), wide);
+  }
+}
+
+TEST(VELFixedText, RandomValuesMatchAnIndependentExpansion) {
+  std::mt19937_64 random(20240611);
+  int checked = 0;
+  auto check = [&](double value, int digits) {
+    ASSERT_EQ(Text(value, digits), ExpectedText(value, digits)) << "bits " << std::hex
+        << std::bit_cast<uint64_t>(value) << " digits " << std::dec << digits;
+    ++checked;
+  };
+  for (int i = 0; i < 1500; ++i) {
+    // Any finite double, every exponent alike.
+    double value;
+    do {
+      value = std::bit_cast<double>(random());
+    } while (!std::isfinite(value));
+    check(value, 17);
+    // Any finite float, widened, as the float kind renders it.
+    float single;
+    do {
+      single = std::bit_cast<float>(static_cast<uint32_t>(random()));
+    } while (!std::isfinite(single));
+    check(static_cast<double>(single), 8);
+  }
+  std::uniform_int_distribution<int64_t> small(-2000000, 2000000);
+  for (int i = 0; i < 1500; ++i) {
+    // Everyday settings: short decimals, and exact binary ties at the last
+    // place (k / 2^18 for 17 places, k / 2^9 for 8).
+    check(static_cast<double>(small(random)) / 1000.0, 17);
+    check(static_cast<double>(static_cast<float>(small(random)) / 100.0f), 8);
+    check(static_cast<double>(small(random)) / 262144.0, 17);
+    check(static_cast<double>(small(random)) / 512.0, 8);
+  }
+  EXPECT_EQ(checked, 9000);
+}
+
+}  // namespace

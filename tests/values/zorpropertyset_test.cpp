@@ -1,0 +1,317 @@
+// Property set semantics: names, ownership, observers, merges, typed access.
+#include "values/zorpropertyset.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <limits>
+
+namespace {
+
+struct Event {
+  enum Kind { Changing, Changed } kind;
+  std::u16string name;
+  std::string text;
+};
+
+// Records every call; hooks let a test act from inside a callback.
+class Observer : public IZORPropertySetNotify {
+ public:
+  void OnPropertyChanged(ZORPropertySet& set, const ZORProperty& property) override {
+    events.push_back({Event::Changed, property.name, TextOf(property)});
+    if (onChanged) onChanged(set, property);
+  }
+  bool OnPropertyChanging(ZORPropertySet& set, ZORProperty& property) override {
+    events.push_back({Event::Changing, property.name, TextOf(property)});
+    if (onChanging) onChanging(set, property);
+    return answer;
+  }
+  int Count(Event::Kind kind) const {
+    int count = 0;
+    for (const Event& event : events) count += event.kind == kind;
+    return count;
+  }
+
+  std::vector<Event> events;
+  std::function<void(ZORPropertySet&, const ZORProperty&)> onChanged;
+  std::function<void(ZORPropertySet&, ZORProperty&)> onChanging;
+  bool answer = false;
+
+ private:
+  static std::string TextOf(const ZORProperty& property) {
+    std::string text;
+    if (property.value) property.value->GetAString(text);
+    return text;
+  }
+};
+
+std::vector<std::u16string> Names(const ZORPropertySet& set) {
+  ZORPropertyList list;
+  set.GetAllProperties(list);
+  std::vector<std::u16string> names;
+  for (const ZORProperty& entry : list) names.push_back(entry.name);
+  return names;
+}
+
+TEST(ZORPropertySet, NamesFoldOnlyAsciiLettersAndKeepTheFirstSpelling) {
+  ZORPropertySet set;
+  set.SetPropertyLong(u"Mode", 1);
+  set.SetPropertyLong(u"MODE", 2);
+  set.SetPropertyLong(u"\u00c9t\u00e9", 3);
+  set.SetPropertyLong(u"\u00e9t\u00e9", 4);  // not folded: a second property
+  set.SetPropertyLong(u"", 5);                 // legal in memory
+  EXPECT_EQ(Names(set), (std::vector<std::u16string>{u"Mode", u"\u00c9t\u00e9",
+                                                     u"\u00e9t\u00e9", u""}));
+  int32_t number = 0;
+  ASSERT_TRUE(set.GetPropertyLong(u"mOdE", number));
+  EXPECT_EQ(number, 2);
+  // A name is read as a C string.
+  ASSERT_TRUE(set.GetPropertyLong(std::u16string(u"mode\0junk", 9), number));
+  EXPECT_EQ(number, 2);
+  EXPECT_TRUE(ZORPropertySet::NamesEqual(u"[@Z]", u"[@z]"));
+  EXPECT_FALSE(ZORPropertySet::NamesEqual(u"[", u"{"));  // only A-Z fold
+}
+
+TEST(ZORPropertySet, GetPropertyHandsOutTheStoredValue) {
+  ZORPropertySet set;
+  VELAnyValPtr value = std::make_shared<VELAnyValLong>(1);
+  EXPECT_FALSE(set.GetProperty(u"absent", value));
+  EXPECT_EQ(value, nullptr);
+
+  const VELAnyValLong given(7);
+  set.SetProperty(u"x", given);
+  VELAnyValPtr first;
+  VELAnyValPtr second;
+  ASSERT_TRUE(set.GetProperty(u"x", first));
+  ASSERT_TRUE(set.GetProperty(u"X", second));
+  EXPECT_EQ(first, second);   // the set's own object, not a copy
+  EXPECT_NE(first.get(), &given);  // and a clone of what was given
+}
+
+TEST(ZORPropertySet, CopiedListsShareValuesAndOutliveChanges) {
+  ZORPropertySet set;
+  set.SetPropertyAString(u"a", "old");
+  ZORPropertyList list;
+  set.GetAllProperties(list);
+  set.SetPropertyAString(u"a", "new");
+  set.ClearAllProperties();
+  ASSERT_EQ(list.size(), 1u);
+  std::string text;
+  ASSERT_TRUE(list[0].value->GetAString(text));
+  EXPECT_EQ(text, "old");
+}
+
+TEST(ZORPropertySet, EqualValueAsksObserversButChangesNothing) {
+  ZORPropertySet set;
+  Observer observer;
+  set.AddNotify(&observer);
+  set.SetPropertyLong(u"n", 1);
+  EXPECT_EQ(observer.Count(Event::Changing), 0);  // a new name only announces
+  EXPECT_EQ(observer.Count(Event::Changed), 1);
+  EXPECT_TRUE(set.IsDirty());
+
+  set.SetDirty(false);
+  observer.events.clear();
+  set.SetPropertyLong(u"N", 1);
+  EXPECT_EQ(observer.Count(Event::Changing), 1);
+  EXPECT_EQ(observer.Count(Event::Changed), 0);
+  EXPECT_FALSE(set.IsDirty());
+
+  // The same number in another kind is a change.
+  set.SetProperty(u"n", VELAnyValInt(1));
+  EXPECT_EQ(observer.Count(Event::Changed), 1);
+  EXPECT_EQ(observer.events.back().name, u"n");
+  EXPECT_TRUE(set.IsDirty());
+  set.RemoveNotify(&observer);
+}
+
+TEST(ZORPropertySet, ObserverSubstitutionTakesPartInTheTestButIsNotStored) {
+  ZORPropertySet set;
+  set.SetPropertyLong(u"n", 1);
+  Observer observer;
+  set.AddNotify(&observer);
+
+  // Substituting the stored value makes any change look like none.
+  observer.onChanging = [](ZORPropertySet&, ZORProperty& p) {
+    p.value = std::make_shared<VELAnyValLong>(1);
+  };
+  set.SetPropertyLong(u"n", 5);
+  int32_t number = 0;
+  ASSERT_TRUE(set.GetPropertyLong(u"n", number));
+  EXPECT_EQ(number, 1);
+  EXPECT_EQ(observer.Count(Event::Changed), 0);
+
+  // Substituting something else: the caller's value is stored, the observers
+  // are told of the substitute.
+  observer.onChanging = [](ZORPropertySet&, ZORProperty& p) {
+    p.value = std::make_shared<VELAnyValLong>(99);
+  };
+  observer.events.clear();
+  set.SetPropertyLong(u"n", 5);
+  ASSERT_TRUE(set.GetPropertyLong(u"n", number));
+  EXPECT_EQ(number, 5);
+  ASSERT_EQ(observer.Count(Event::Changed), 1);
+  EXPECT_EQ(observer.events.back().text, "99");
+  set.RemoveNotify(&observer);
+}
+
+TEST(ZORPropertySet, ObserverTableRules) {
+  ZORPropertySet set;
+  Observer a;
+  Observer b;
+  set.AddNotify(&a);
+  set.AddNotify(&a);
+  set.AddNotify(&b);
+  set.AddNotify(nullptr);
+  a.answer = true;
+  set.SetPropertyLong(u"x", 1);
+  EXPECT_EQ(a.Count(Event::Changed), 1);
+  EXPECT_EQ(b.Count(Event::Changed), 1);
+
+  ZORProperty probe{u"x", std::make_shared<VELAnyValLong>(2)};
+  EXPECT_TRUE(set.NotifyChanging(probe));  // one true answer is enough
+  a.answer = false;
+  EXPECT_FALSE(set.NotifyChanging(probe));
+
+  set.RemoveNotify(&a);
+  Observer unknown;
+  set.RemoveNotify(&unknown);
+  set.SetPropertyLong(u"x", 3);
+  EXPECT_EQ(a.Count(Event::Changed), 1);
+  EXPECT_EQ(b.Count(Event::Changed), 2);
+  set.RemoveNotify(&b);
+}
+
+TEST(ZORPropertySet, ObserversMayChangeTheTableAndTheSetFromACallback) {
+  ZORPropertySet set;
+  Observer first;
+  Observer second;
+  // Whichever runs first removes both: the other must not be called after.
+  auto removeBoth = [&](ZORPropertySet& s, const ZORProperty&) {
+    s.RemoveNotify(&first);
+    s.RemoveNotify(&second);
+  };
+  first.onChanged = removeBoth;
+  second.onChanged = removeBoth;
+  set.AddNotify(&first);
+  set.AddNotify(&second);
+  set.SetPropertyLong(u"x", 1);
+  EXPECT_EQ(first.Count(Event::Changed) + second.Count(Event::Changed), 1);
+
+  // An observer that writes more names while being told of a new one.
+  Observer writer;
+  writer.onChanged = [](ZORPropertySet& s, const ZORProperty& p) {
+    if (p.name.size() < 40) s.SetPropertyLong(p.name + u"+", 1);
+  };
+  set.AddNotify(&writer);
+  set.SetPropertyLong(u"y", 1);
+  EXPECT_EQ(Names(set).size(), 2u + 39u);
+  set.RemoveNotify(&writer);
+}
+
+TEST(ZORPropertySet, MergeFlags) {
+  ZORPropertySet set;
+  set.SetPropertyLong(u"keep", 1);
+  const ZORPropertyList incoming = {
+      {u"KEEP", std::make_shared<VELAnyValLong>(2)},
+      {u"new", std::make_shared<VELAnyValLong>(3)},
+      {u"null", nullptr},
+  };
+  set.MergeProperties(incoming, false, true);
+  int32_t number = 0;
+  ASSERT_TRUE(set.GetPropertyLong(u"keep", number));
+  EXPECT_EQ(number, 1);
+  EXPECT_EQ(Names(set), (std::vector<std::u16string>{u"keep", u"new"}));
+
+  ZORPropertySet other;
+  other.SetPropertyLong(u"keep", 4);
+  other.SetPropertyLong(u"other", 5);
+  set.MergePropertySet(other, true, false);
+  ASSERT_TRUE(set.GetPropertyLong(u"keep", number));
+  EXPECT_EQ(number, 4);
+  EXPECT_EQ(Names(set), (std::vector<std::u16string>{u"keep", u"new"}));
+}
+
+TEST(ZORPropertySet, SetAllWithAndWithoutNotification) {
+  ZORPropertySet set;
+  Observer observer;
+  set.SetPropertyLong(u"gone", 1);
+  set.AddNotify(&observer);
+  set.SetDirty(false);
+  const ZORPropertyList list = {{u"a", std::make_shared<VELAnyValLong>(1)},
+                                {u"b", std::make_shared<VELAnyValLong>(2)}};
+  set.SetAllProperties(list, false);
+  EXPECT_TRUE(observer.events.empty());
+  EXPECT_TRUE(set.IsDirty());
+  EXPECT_EQ(Names(set), (std::vector<std::u16string>{u"a", u"b"}));
+
+  set.SetAllProperties(list, true);
+  EXPECT_EQ(observer.Count(Event::Changed), 2);  // emptied first: both are new
+  EXPECT_EQ(observer.Count(Event::Changing), 0);
+
+  // Copying from itself changes nothing; from another set it notifies.
+  observer.events.clear();
+  set.CopyProperties(set);
+  EXPECT_TRUE(observer.events.empty());
+  ZORPropertySet other;
+  other.SetPropertyLong(u"c", 3);
+  set.CopyProperties(other);
+  EXPECT_EQ(Names(set), std::vector<std::u16string>{u"c"});
+  EXPECT_EQ(observer.Count(Event::Changed), 1);
+
+  set.SetDirty(false);
+  set.ClearAllProperties();
+  EXPECT_TRUE(Names(set).empty());
+  EXPECT_FALSE(set.IsDirty());
+  set.RemoveNotify(&observer);
+}
+
+TEST(ZORPropertySet, TypedGetters) {
+  ZORPropertySet set;
+  set.SetPropertyLong(u"long", -5);
+  set.SetProperty(u"int", VELAnyValInt(6));
+  set.SetProperty(u"short", VELAnyValShort(static_cast<int16_t>(-1)));
+  set.SetProperty(u"bool", VELAnyValBool(uint8_t{2}));
+  set.SetPropertyAString(u"text", " \t-42abc");
+  set.SetPropertyAString(u"word", "abc");
+  set.SetPropertyAString(u"big", "99999999999");
+  set.SetPropertyWString(u"wide", u"+17");
+  set.SetProperty(u"float", VELAnyValFloat(2.5f));
+  set.SetProperty(u"bytes", VELAnyValBinaryUC(nullptr, 0));
+
+  const std::pair<const char16_t*, int32_t> numbers[] = {
+      {u"long", -5},  {u"int", 6},  {u"short", -1},
+      {u"bool", 2},   {u"text", -42}, {u"word", 0},
+      {u"big", std::numeric_limits<int32_t>::max()}, {u"wide", 17},
+  };
+  for (const auto& [name, expected] : numbers) {
+    int32_t number = 12345;
+    EXPECT_TRUE(set.GetPropertyLong(name, number)) << std::string(name, name + 4);
+    EXPECT_EQ(number, expected);
+  }
+  for (const char16_t* name : {u"float", u"bytes", u"absent"}) {
+    int32_t number = 12345;
+    EXPECT_FALSE(set.GetPropertyLong(name, number));
+    EXPECT_EQ(number, 12345);
+  }
+
+  std::string text = "kept";
+  EXPECT_FALSE(set.GetPropertyAString(u"absent", text));
+  EXPECT_EQ(text, "kept");
+  ASSERT_TRUE(set.GetPropertyAString(u"float", text));
+  EXPECT_EQ(text, "2.5");
+  std::u16string wide = u"kept";
+  set.SetPropertyAString(u"empty", "");
+  EXPECT_FALSE(set.GetPropertyWString(u"empty", wide));
+  EXPECT_EQ(wide, u"");
+
+  // A list taken in whole may hold a missing value.
+  set.SetAllProperties({{u"null", nullptr}}, false);
+  text = "kept";
+  EXPECT_FALSE(set.GetPropertyAString(u"null", text));
+  EXPECT_EQ(text, "");
+  std::vector<uint8_t> blob;
+  EXPECT_FALSE(set.GetAllPropertiesBinary(blob));
+}
+
+}  // namespace
