@@ -1,0 +1,124 @@
+// Tuning values: name forms, number rules, text and equality.
+#include "config/zorutsvalue.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+
+namespace {
+
+TEST(ZORUTSValue, NameSplitsAtTheFirstColon) {
+  const ZORUTSValue bare("Control-Name", 1);
+  EXPECT_EQ(bare.GetInstanceId(), "");
+  EXPECT_EQ(bare.GetControlName(), "Control-Name");
+
+  const ZORUTSValue addressed("InstanceId:Control-Name", 1);
+  EXPECT_EQ(addressed.GetInstanceId(), "InstanceId");
+  EXPECT_EQ(addressed.GetControlName(), "Control-Name");
+  EXPECT_EQ(addressed.GetInstanceIdW(), u"InstanceId");
+  EXPECT_EQ(addressed.GetControlNameW(), u"Control-Name");
+  EXPECT_EQ(addressed.GetNameW(), u"InstanceId:Control-Name");
+
+  const ZORUTSValue twoColons("MFX:Corvo:BEQ", 1);
+  EXPECT_EQ(twoColons.GetInstanceId(), "MFX");
+  EXPECT_EQ(twoColons.GetControlName(), "Corvo:BEQ");
+  const ZORUTSValue leading(":x", 1);
+  EXPECT_EQ(leading.GetInstanceId(), "");
+  EXPECT_EQ(leading.GetControlName(), "x");
+}
+
+TEST(ZORUTSValue, TextRulesOfGetLong) {
+  const std::pair<const char*, int32_t> cases[] = {
+      {"Enabled", 1},   {"Disabled", 0}, {"12", 12},   {"-3", -3},      {"1.9", 1},
+      {"-1.5", -1},     {"abc", -1},     {"12abc", 12}, {"+5", -1},     {".5", -1},
+      {"enabled", -1},  {"Enabled ", -1}, {" 7", -1},  {"-", -1},       {"", -1},
+      {"-0.9", 0},      {"1.5e3", 1500}, {"2.5e-1", 0}, {"1.5e", 1},    {"3.", 3},
+      {"1e3", 1},  // no point: an integer as far as the digits go
+      {"2147483647", std::numeric_limits<int32_t>::max()},
+      {"2147483648", std::numeric_limits<int32_t>::max()},
+      {"-2147483648", std::numeric_limits<int32_t>::min()},
+      {"-99999999999", std::numeric_limits<int32_t>::min()},
+      {"99999999999.5", std::numeric_limits<int32_t>::max()},
+      {"1.0e999999999999", std::numeric_limits<int32_t>::max()},
+      {"1.0e-999999999999", 0},
+  };
+  for (const auto& [text, expected] : cases) {
+    EXPECT_EQ(ZORUTSValue("n", text).GetLong(), expected) << '"' << text << '"';
+  }
+}
+
+TEST(ZORUTSValue, KindRulesOfGetLong) {
+  ZORUTSValue value;
+  EXPECT_EQ(value.GetLong(), -1);  // no value at all
+  value.value = std::make_shared<VELAnyValInt>(40);
+  EXPECT_EQ(value.GetLong(), 40);
+  value.value = std::make_shared<VELAnyValLong>(-7);
+  EXPECT_EQ(value.GetLong(), -7);
+  value.value = std::make_shared<VELAnyValFloat>(-2.9f);
+  EXPECT_EQ(value.GetLong(), -2);
+  value.value = std::make_shared<VELAnyValFloat>(3e10f);
+  EXPECT_EQ(value.GetLong(), std::numeric_limits<int32_t>::max());
+  value.value = std::make_shared<VELAnyValFloat>(std::numeric_limits<float>::quiet_NaN());
+  EXPECT_EQ(value.GetLong(), -1);
+  // Every other kind reads -1, whatever it holds.
+  value.value = std::make_shared<VELAnyValBool>(uint8_t{1});
+  EXPECT_EQ(value.GetLong(), -1);
+  value.value = std::make_shared<VELAnyValShort>(static_cast<int16_t>(5));
+  EXPECT_EQ(value.GetLong(), -1);
+  value.value = std::make_shared<VELAnyValDouble>(5.0);
+  EXPECT_EQ(value.GetLong(), -1);
+  value.value = std::make_shared<VELAnyValWString>(std::u16string(u"5"));
+  EXPECT_EQ(value.GetLong(), -1);
+}
+
+TEST(ZORUTSValue, CopiesShareAndSettersReplace) {
+  ZORUTSValue original("a", "one");
+  const ZORUTSValue copy = original;
+  EXPECT_EQ(copy.value, original.value);
+  original.SetText("two");
+  EXPECT_EQ(copy.GetText(), "one");
+  EXPECT_EQ(original.GetText(), "two");
+  EXPECT_EQ(original.value->GetType(), VEL_ANYVAL_ASTRING);
+
+  EXPECT_TRUE(original.SetTextW(u"three"));
+  EXPECT_EQ(original.GetText(), "three");
+  EXPECT_EQ(original.GetTextW(), u"three");
+  EXPECT_TRUE(original.SetTextW(u""));
+  EXPECT_EQ(original.GetText(), "");
+
+  original.SetName("b");
+  EXPECT_TRUE(original.NameEquals("b"));
+  EXPECT_FALSE(original.NameEquals("B"));
+  EXPECT_EQ(ZORUTSValue().GetText(), "");
+}
+
+TEST(ZORUTSValue, EqualityIgnoresTheKind) {
+  EXPECT_EQ(ZORUTSValue("x", 1), ZORUTSValue("x", "1"));
+  EXPECT_NE(ZORUTSValue("x", 1), ZORUTSValue("X", 1));
+  EXPECT_NE(ZORUTSValue("x", 1), ZORUTSValue("x", "1.0"));
+  const ZORUTSValue text("x", std::string("ab\0c", 4));
+  EXPECT_TRUE(text.TextEquals(std::string_view("ab\0c", 4)));
+  EXPECT_FALSE(text.TextEquals("ab"));  // also by length
+}
+
+TEST(ZORUTSValue, FromPropertyConvertsThreeKinds) {
+  ZORUTSValue out("untouched", 0);
+  const ZORProperty number{u"Mode", std::make_shared<VELAnyValLong>(3)};
+  ASSERT_TRUE(ZORUTSValue::FromProperty(number, out));
+  EXPECT_EQ(out.name, "Mode");
+  EXPECT_EQ(out.value, number.value);  // shared, not copied
+
+  const ZORProperty wide{u"W", std::make_shared<VELAnyValWString>(std::u16string(u"txt"))};
+  ASSERT_TRUE(ZORUTSValue::FromProperty(wide, out));
+  EXPECT_EQ(out.value->GetType(), VEL_ANYVAL_ASTRING);
+  EXPECT_EQ(out.GetText(), "txt");
+
+  for (const VELAnyValPtr& other :
+       {VELAnyValPtr(std::make_shared<VELAnyValInt>(1)), VELAnyValPtr(),
+        VELAnyValPtr(std::make_shared<VELAnyValBool>(uint8_t{1}))}) {
+    EXPECT_FALSE(ZORUTSValue::FromProperty({u"other", other}, out));
+    EXPECT_EQ(out.name, "W");
+  }
+}
+
+}  // namespace

@@ -1,0 +1,160 @@
+// Value lists: the merge algebra, change detection and the property-set bridge.
+#include "config/zorutsvaluelist.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+
+#include "values/zorpropertyset.h"
+
+namespace {
+
+ZORUTSValueList ListOf(std::initializer_list<std::pair<const char*, const char*>> entries) {
+  ZORUTSValueList list;
+  for (const auto& [name, text] : entries) list.Insert(ZORUTSValue(name, text));
+  return list;
+}
+
+// Name -> text, ordered, for comparisons that ignore the hash order.
+using Texts = std::map<std::string, std::string>;
+
+Texts Contents(const ZORUTSValueList& list) {
+  Texts contents;
+  for (const auto& [name, value] : list) {
+    EXPECT_EQ(name, value.name);  // every key is its value's name
+    contents[name] = value.GetText();
+  }
+  return contents;
+}
+
+TEST(ZORUTSValueList, FindAndInsert) {
+  ZORUTSValueList list = ListOf({{"a", "1"}});
+  list.Insert(ZORUTSValue("a", "2"));
+  list.Insert(ZORUTSValue("A", "3"));  // names are case-sensitive here
+  ASSERT_NE(list.Find("a"), nullptr);
+  EXPECT_EQ(list.Find(std::string("a"))->GetText(), "2");
+  EXPECT_EQ(list.Find("missing"), nullptr);
+  EXPECT_EQ(list.Find(static_cast<const char*>(nullptr)), nullptr);
+  const ZORUTSValueList& constant = list;
+  EXPECT_EQ(constant.Find("A")->GetText(), "3");
+  EXPECT_EQ(list.Size(), 2u);
+}
+
+TEST(ZORUTSValueList, MergeModes) {
+  const ZORUTSValueList source = ListOf({{"shared", "new"}, {"extra", "x"}});
+  auto merged = [&source](int mode) {
+    ZORUTSValueList list = ListOf({{"shared", "old"}, {"mine", "m"}});
+    list.Merge(source, mode);
+    return Contents(list);
+  };
+  EXPECT_EQ(merged(MergeReplace), (Texts{{"shared", "new"}, {"extra", "x"}}));
+  EXPECT_EQ(merged(MergeOverlay), (Texts{{"shared", "new"}, {"extra", "x"}, {"mine", "m"}}));
+  EXPECT_EQ(merged(MergeUpdate), (Texts{{"shared", "new"}, {"mine", "m"}}));
+  EXPECT_EQ(merged(MergeAddMissing),
+            (Texts{{"shared", "old"}, {"extra", "x"}, {"mine", "m"}}));
+  EXPECT_EQ(merged(MergeRemove), (Texts{{"mine", "m"}}));  // whatever the source's value
+  EXPECT_EQ(merged(17), merged(MergeReplace));
+  EXPECT_EQ(merged(-1), merged(MergeReplace));
+
+  ZORUTSValueList list = ListOf({{"a", "1"}});
+  list.Merge(ListOf({{"unknown", "2"}}), MergeUpdate);
+  EXPECT_EQ(Contents(list), (Texts{{"a", "1"}}));
+}
+
+TEST(ZORUTSValueList, MergeIntoItself) {
+  for (int mode : {0, 1, 2, 3, 9}) {
+    ZORUTSValueList list = ListOf({{"a", "1"}, {"b", "2"}});
+    list.Merge(list, mode);
+    EXPECT_EQ(Contents(list), (Texts{{"a", "1"}, {"b", "2"}})) << mode;
+  }
+  ZORUTSValueList list = ListOf({{"a", "1"}, {"b", "2"}});
+  list.Merge(list, MergeRemove);
+  EXPECT_TRUE(list.IsEmpty());
+}
+
+TEST(ZORUTSValueList, RemoveNames) {
+  ZORUTSValueList list = ListOf({{"a", "1"}, {"b", "2"}, {"c", "3"}});
+  list.RemoveNames(ZORUTSNameList{"a", "c", "zzz"});
+  EXPECT_EQ(Contents(list), (Texts{{"b", "2"}}));
+}
+
+TEST(ZORUTSValueList, ReplaceIfChanged) {
+  ZORUTSValueList list = ListOf({{"a", "1"}, {"b", "2"}});
+  EXPECT_FALSE(list.ReplaceIfChanged(ListOf({{"a", "1"}, {"b", "2"}})));
+  EXPECT_FALSE(list.ReplaceIfChanged(list));
+
+  // A number and its text are the same value.
+  ZORUTSValueList numbers;
+  numbers.Insert(ZORUTSValue("a", 1));
+  numbers.Insert(ZORUTSValue("b", 2));
+  EXPECT_FALSE(list.ReplaceIfChanged(numbers));
+  EXPECT_EQ(list.Find("a")->value->GetType(), VEL_ANYVAL_ASTRING);  // kept, not copied
+
+  EXPECT_TRUE(list.ReplaceIfChanged(ListOf({{"a", "1"}, {"b", "9"}})));
+  EXPECT_EQ(Contents(list), (Texts{{"a", "1"}, {"b", "9"}}));
+
+  // Another size is a change, even if the common values are equal.
+  EXPECT_TRUE(list.ReplaceIfChanged(ListOf({{"a", "1"}})));
+  EXPECT_EQ(Contents(list), (Texts{{"a", "1"}}));
+
+  // Same size, a source name missing here: no difference.
+  EXPECT_FALSE(list.ReplaceIfChanged(ListOf({{"other", "1"}})));
+  EXPECT_EQ(Contents(list), (Texts{{"a", "1"}}));
+}
+
+TEST(ZORUTSValueList, WriteToSetStoresTextInNameOrder) {
+  ZORUTSValueList list = ListOf({{"b", "two"}, {"MFX:Corvo-BEQ Enable", "Enabled"}});
+  list.Insert(ZORUTSValue("a", 1));
+  ZORPropertySet set;
+  list.WriteToSet(set);
+  ZORPropertyList properties;
+  set.GetAllProperties(properties);
+  ASSERT_EQ(properties.size(), 3u);
+  EXPECT_EQ(properties[0].name, u"MFX:Corvo-BEQ Enable");
+  EXPECT_EQ(properties[1].name, u"a");
+  EXPECT_EQ(properties[2].name, u"b");
+  for (const ZORProperty& property : properties) {
+    EXPECT_EQ(property.value->GetType(), VEL_ANYVAL_ASTRING);  // numbers too
+  }
+  std::string text;
+  ASSERT_TRUE(set.GetPropertyAString(u"A", text));
+  EXPECT_EQ(text, "1");
+}
+
+TEST(ZORUTSValueList, ReadFromSetRefreshesAListWithEntries) {
+  ZORPropertySet set;
+  set.SetPropertyLong(u"NUMBER", 5);
+  set.SetPropertyWString(u"wide", u"w");
+  set.SetProperty(u"int", VELAnyValInt(7));
+  set.SetPropertyAString(u"added", "never");
+
+  ZORUTSValueList list = ListOf({{"number", "old"}, {"wide", "old"}, {"int", "old"},
+                                 {"absent", "kept"}});
+  list.ReadFromSet(set);
+  EXPECT_EQ(Contents(list), (Texts{{"number", "5"}, {"wide", "w"}, {"int", "old"},
+                                        {"absent", "kept"}}));
+  EXPECT_EQ(list.Find("number")->value->GetType(), VEL_ANYVAL_LONG);
+  EXPECT_EQ(list.Find("wide")->value->GetType(), VEL_ANYVAL_ASTRING);
+}
+
+TEST(ZORUTSValueList, ReadFromSetFillsAnEmptyList) {
+  ZORPropertySet set;
+  set.SetPropertyLong(u"Number", 5);
+  set.SetPropertyWString(u"Wide", u"w");
+  set.SetPropertyAString(u"Text", "t");
+  set.SetProperty(u"Skipped", VELAnyValDouble(1.5));
+  ZORUTSValueList list;
+  list.ReadFromSet(set);
+  EXPECT_EQ(Contents(list), (Texts{{"Number", "5"}, {"Wide", "w"}, {"Text", "t"}}));
+
+  // Written and read back, every value comes home as text.
+  ZORPropertySet copy;
+  list.WriteToSet(copy);
+  ZORUTSValueList again;
+  again.ReadFromSet(copy);
+  EXPECT_EQ(Contents(again), Contents(list));
+  EXPECT_EQ(again.Find("Number")->value->GetType(), VEL_ANYVAL_ASTRING);
+  EXPECT_EQ(again.Find("Number")->GetLong(), 5);
+}
+
+}  // namespace
