@@ -15,8 +15,8 @@
 // Objects are long-lived and reused: Allocate keeps the stores' capacity, so
 // that a block of a size already seen costs no allocation.
 //
-// Every operation may be called from the audio thread (audio thread); one
-// thread at a time uses an object.
+// One thread at a time uses an object, the audio thread included (audio
+// thread): only AddChannels and a first access at a larger size allocate.
 class ZORAudioDataFloat : public IZORAudioData<float> {
  public:
   ZORAudioDataFloat() = default;

@@ -28,9 +28,8 @@ void ZORAudioProcessBlock::SetBlockSize(uint32_t blockFrames, uint32_t channels)
   StartHalfFull(m_inputRing, silence, ringBlock, channels);
   StartHalfFull(m_outputRing, silence, ringBlock, channels);
 
-  // Give the stage's block its full capacity now, so that the audio thread
-  // doesn't grow it on the first call.
-  // Both layouts, since the stage may ask for either.
+  // Give the stage's block its full capacity now, in both layouts since the
+  // stage may ask for either, so that the audio thread doesn't grow it.
   m_blockData.Allocate(ringBlock, m_inputRing.GetChannels(), 0);
   m_blockData.GetData(true, false);
   m_blockData.GetData(false, true);
