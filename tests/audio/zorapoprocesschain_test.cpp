@@ -1,0 +1,181 @@
+#include "audio/zorapoprocesschain.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <vector>
+
+namespace {
+
+// Doubles every sample and remembers what it was given.
+class DoublingStage : public IZORAudioProcess<float> {
+ public:
+  bool Init(uint32_t, uint32_t) override { return true; }
+  void SetBypass(bool) override {}
+  bool GetBypass() const override { return false; }
+  uint32_t GetLatency() const override { return 0; }
+  void Process(IZORAudioData<float>* data) override {
+    seen = data;
+    channels = data->GetChannels();
+    float* samples = data->GetData(true, true);
+    for (uint32_t i = 0; samples != nullptr && i < data->GetSampleCount(); ++i) {
+      samples[i] *= 2.0f;
+    }
+    data->ReleaseData();
+  }
+  IZORAudioData<float>* seen = nullptr;
+  uint32_t channels = 0;
+};
+
+class RecordingHook : public IZORAPOProcessChainPipeHook {
+ public:
+  void OnPipeData(bool isRender, IZORAudioData<float>& data) override {
+    calls.push_back({isRender, &data});
+  }
+  std::vector<std::pair<bool, IZORAudioData<float>*>> calls;
+};
+
+ZORAudioDataFloat Noise(uint32_t frames, uint32_t channels, uint32_t seed) {
+  std::mt19937 random(seed);
+  std::uniform_real_distribution<float> sample(-1.0f, 1.0f);
+  std::vector<float> samples(static_cast<size_t>(frames) * channels);
+  for (float& s : samples) {
+    s = sample(random);
+  }
+  ZORAudioDataFloat block;
+  block.AssignMemory(samples.data(), frames, channels, true, 48000);
+  return block;
+}
+
+std::vector<float> Interleaved(IZORAudioData<float>& block) {
+  const float* samples = block.GetData(false, true);
+  std::vector<float> out(samples, samples + block.GetSampleCount());
+  block.ReleaseData();
+  return out;
+}
+
+}  // namespace
+
+TEST(ZORAPOProcessChain, TunedPathInPlaceWhenWidthsMatch) {
+  ZORAPOProcessChain chain;
+  DoublingStage stage;
+  IZORAudioProcess<float>* stages[] = {&stage};
+  chain.BuildFromStages(2, 48000, true, stages);
+  ASSERT_TRUE(chain.IsBuilt());
+
+  ZORAudioDataFloat block = Noise(32, 2, 1);
+  const std::vector<float> before = Interleaved(block);
+  chain.Process(block, block, nullptr);
+  EXPECT_EQ(stage.seen, &block) << "one object in and out is processed where it stands";
+  const std::vector<float> after = Interleaved(block);
+  for (size_t i = 0; i < before.size(); ++i) {
+    ASSERT_EQ(after[i], before[i] * 2.0f);
+  }
+
+  // Separate objects of the chain's width: the output takes a copy first.
+  ZORAudioDataFloat input = Noise(32, 2, 2);
+  ZORAudioDataFloat output;
+  output.Allocate(32, 2, 48000);
+  chain.Process(input, output, nullptr);
+  EXPECT_EQ(stage.seen, &output);
+  const std::vector<float> in = Interleaved(input);
+  const std::vector<float> out = Interleaved(output);
+  for (size_t i = 0; i < in.size(); ++i) {
+    ASSERT_EQ(out[i], in[i] * 2.0f) << "the input is left as it was";
+  }
+}
+
+TEST(ZORAPOProcessChain, WidthFitRunsTheTunedPathAtTheChainsChannels) {
+  // Six channels in and out, a two-channel chain: the tuned path sees two
+  // channels, and the other four channels of the output stay silent.
+  ZORAPOProcessChain chain;
+  DoublingStage stage;
+  IZORAudioProcess<float>* stages[] = {&stage};
+  chain.BuildFromStages(2, 48000, true, stages);
+
+  ZORAudioDataFloat input = Noise(20, 6, 3);
+  ZORAudioDataFloat output;
+  output.Allocate(20, 6, 48000);
+  chain.Process(input, output, nullptr);
+  EXPECT_EQ(stage.channels, 2u);
+  EXPECT_NE(stage.seen, &output) << "the output cannot take the chain's width";
+  ASSERT_EQ(output.GetChannels(), 6u);
+  const std::vector<float> in = Interleaved(input);
+  const std::vector<float> out = Interleaved(output);
+  for (uint32_t f = 0; f < 20; ++f) {
+    for (uint32_t c = 0; c < 6; ++c) {
+      const float expected = c < 2 ? in[f * 6 + c] * 2.0f : 0.0f;
+      ASSERT_EQ(out[f * 6 + c], expected) << f << "/" << c;
+    }
+  }
+
+  // Mono in, an output without a shape yet: the output becomes the chain's
+  // block, with the one channel in front and silence beside it.
+  ZORAudioDataFloat mono = Noise(10, 1, 4);
+  ZORAudioDataFloat shapeless;
+  chain.Process(mono, shapeless, nullptr);
+  EXPECT_EQ(stage.seen, &shapeless);
+  ASSERT_EQ(shapeless.GetChannels(), 2u);
+  ASSERT_EQ(shapeless.GetFrames(), 10u);
+  const std::vector<float> m = Interleaved(mono);
+  const std::vector<float> s = Interleaved(shapeless);
+  for (uint32_t f = 0; f < 10; ++f) {
+    EXPECT_EQ(s[f * 2], m[f] * 2.0f);
+    EXPECT_EQ(s[f * 2 + 1], 0.0f);
+  }
+}
+
+TEST(ZORAPOProcessChain, UnbuiltOrBypassedChainTakesTheBypassPath) {
+  ZORAPOProcessChain chain;
+  DoublingStage stage;
+  IZORAudioProcess<float>* stages[] = {&stage};
+  auto expectPassedThrough = [&](const char* what) {
+    ZORAudioDataFloat input = Noise(16, 2, 5);
+    ZORAudioDataFloat output;
+    output.Allocate(64, 2, 48000);
+    chain.Process(input, output, nullptr);
+    EXPECT_EQ(output.GetFrames(), 16u) << what << ": the bypass path takes the input's frames";
+    EXPECT_EQ(Interleaved(output), Interleaved(input)) << what;
+  };
+
+  expectPassedThrough("never built");
+  chain.BuildFromStages(2, 48000, true, stages);
+  chain.SetChainBypass(true);
+  EXPECT_TRUE(chain.GetChainBypass());
+  expectPassedThrough("bypassed");
+  chain.SetChainBypass(false);
+  chain.ResetChain();
+  EXPECT_FALSE(chain.IsBuilt());
+  expectPassedThrough("reset");
+  EXPECT_EQ(stage.seen, nullptr) << "the tuned path never ran";
+}
+
+TEST(ZORAPOProcessChain, OnlyACaptureChainFeedsThePipeOnTheBypassPath) {
+  DoublingStage stage;
+  IZORAudioProcess<float>* stages[] = {&stage};
+  for (bool isRender : {true, false}) {
+    ZORAPOProcessChain chain;
+    chain.BuildFromStages(2, 48000, isRender, stages);
+    chain.SetChainBypass(true);
+    RecordingHook hook;
+    ZORAudioDataFloat input = Noise(8, 2, 6);
+    ZORAudioDataFloat output;
+    output.Allocate(8, 1, 48000);
+    chain.Process(input, output, &hook);
+    if (isRender) {
+      EXPECT_TRUE(hook.calls.empty()) << "a render chain never asks the pipe";
+    } else {
+      ASSERT_EQ(hook.calls.size(), 1u);
+      EXPECT_FALSE(hook.calls[0].first) << "capture writes to the pipe";
+      EXPECT_EQ(hook.calls[0].second, &output);
+    }
+
+    // A tech process's side-channel block reaches the hook of the running
+    // call, with the endpoint's direction.
+    ZORAudioDataFloat side = Noise(8, 1, 7);
+    hook.calls.clear();
+    chain.OnChannelData(nullptr, side);
+    ASSERT_EQ(hook.calls.size(), 1u);
+    EXPECT_EQ(hook.calls[0].first, isRender);
+  }
+}

@@ -1,0 +1,190 @@
+#include "audio/zorxfadefunction.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+#include "audio/zoraudiodatafloat.h"
+
+namespace {
+
+constexpr uint64_t kFadeTime = 6400000;  // 64 ms in units of 10 ns
+
+// The fade law written out independently: the gain rises linearly in
+// decibels from -120 dB, in single precision.
+float ReferenceGain(uint32_t intoFade, uint32_t fadeFrames) {
+  const float step = 120.0f / static_cast<float>(fadeFrames);
+  const float db = static_cast<float>(intoFade) * step - 120.0f;
+  return std::pow(10.0f, db / 20.0f);
+}
+
+ZORAudioDataFloat Block(uint32_t frames, uint32_t channels, float (*value)(uint32_t, uint32_t)) {
+  std::vector<float> samples(static_cast<size_t>(frames) * channels);
+  for (uint32_t f = 0; f < frames; ++f) {
+    for (uint32_t c = 0; c < channels; ++c) {
+      samples[static_cast<size_t>(f) * channels + c] = value(f, c);
+    }
+  }
+  ZORAudioDataFloat block;
+  block.AssignMemory(samples.data(), frames, channels, true, 48000);
+  return block;
+}
+
+float OldSample(uint32_t f, uint32_t c) { return 0.25f + 0.001f * static_cast<float>(f) + static_cast<float>(c); }
+float NewSample(uint32_t f, uint32_t c) { return -0.5f + 0.002f * static_cast<float>(f) - static_cast<float>(c); }
+
+// Runs a whole fade in blocks of `blockFrames` and returns the interleaved
+// result of the new side, frame by frame.
+std::vector<float> RunFade(ZORXFadeFunction& fade, uint32_t totalFrames, uint32_t blockFrames,
+                           uint32_t channels) {
+  std::vector<float> out;
+  for (uint32_t start = 0; start < totalFrames; start += blockFrames) {
+    const uint32_t frames = std::min(blockFrames, totalFrames - start);
+    // Samples depend on the absolute frame, so that any block split must give
+    // the same stream.
+    std::vector<float> oldSamples;
+    std::vector<float> newSamples;
+    for (uint32_t f = 0; f < frames; ++f) {
+      for (uint32_t c = 0; c < channels; ++c) {
+        oldSamples.push_back(OldSample(start + f, c));
+        newSamples.push_back(NewSample(start + f, c));
+      }
+    }
+    ZORAudioDataFloat oldBlock;
+    ZORAudioDataFloat newBlock;
+    oldBlock.AssignMemory(oldSamples.data(), frames, channels, true, 48000);
+    newBlock.AssignMemory(newSamples.data(), frames, channels, true, 48000);
+    fade.Process(oldBlock, newBlock);
+    const float* mixed = newBlock.GetData(false, true);
+    out.insert(out.end(), mixed, mixed + static_cast<size_t>(frames) * channels);
+    newBlock.ReleaseData();
+  }
+  return out;
+}
+
+}  // namespace
+
+TEST(ZORXFadeFunction, LengthsComeFromRateAndTime) {
+  ZORXFadeFunction fade;
+  fade.Init(48000, kFadeTime, 0);
+  EXPECT_EQ(fade.GetFadeFrames(), 3072u);
+  EXPECT_EQ(fade.GetDelayFrames(), 0u);
+  EXPECT_EQ(fade.GetPosition(), 0.0f);
+
+  fade.Init(44100, kFadeTime, 1000000);  // 10 ms of delay
+  EXPECT_EQ(fade.GetFadeFrames(), 2822u);
+  EXPECT_EQ(fade.GetDelayFrames(), 441u);
+
+  fade.Init(0, kFadeTime, 1000000);
+  EXPECT_EQ(fade.GetFadeFrames(), 0u);
+  EXPECT_TRUE(std::isnan(fade.GetPosition())) << "0 / 0 is not a number";
+}
+
+TEST(ZORXFadeFunction, GainRisesInDecibelsFromMinus120) {
+  EXPECT_FLOAT_EQ(ZORXFadeFunction::GainAt(0, 3072), 1e-6f);
+  EXPECT_FLOAT_EQ(ZORXFadeFunction::GainAt(1536, 3072), 1e-3f);
+  // The last frame of the fade is a step short of 0 dB.
+  const float last = ZORXFadeFunction::GainAt(3071, 3072);
+  EXPECT_LT(last, 1.0f);
+  EXPECT_GT(last, 0.99f);
+  for (uint32_t i = 0; i < 3072; i += 97) {
+    EXPECT_EQ(ZORXFadeFunction::GainAt(i, 3072), ReferenceGain(i, 3072)) << i;
+  }
+}
+
+TEST(ZORXFadeFunction, MixesFrameByFrameAndLeavesFramesAfterTheFade) {
+  ZORXFadeFunction fade;
+  fade.Init(48000, kFadeTime, 0);
+  const uint32_t channels = 2;
+  const uint32_t total = 3072 + 200;
+  const std::vector<float> out = RunFade(fade, total, 480, channels);
+  ASSERT_EQ(out.size(), static_cast<size_t>(total) * channels);
+  for (uint32_t f = 0; f < total; ++f) {
+    for (uint32_t c = 0; c < channels; ++c) {
+      const float s = OldSample(f, c);
+      const float d = NewSample(f, c);
+      float expected = d;
+      if (f < 3072) {
+        const float g = ReferenceGain(f, 3072);
+        expected = s * (1.0f - g) + g * d;
+      }
+      ASSERT_EQ(out[static_cast<size_t>(f) * channels + c], expected) << "frame " << f;
+    }
+  }
+  EXPECT_GE(fade.GetPosition(), 1.0f);
+}
+
+TEST(ZORXFadeFunction, DelayPhaseCopiesTheOldChainAndSplitsInsideABlock) {
+  ZORXFadeFunction fade;
+  // 100 frames of delay at 48 kHz: blocks of 64 straddle the end of the
+  // delay (frame 100) and the end of the fade (frame 3172) inside a block.
+  fade.Init(48000, kFadeTime, 208334);
+  ASSERT_EQ(fade.GetDelayFrames(), 100u);
+  const uint32_t channels = 3;
+  const uint32_t total = 100 + 3072 + 64;
+  const std::vector<float> out = RunFade(fade, total, 64, channels);
+  for (uint32_t f = 0; f < total; ++f) {
+    for (uint32_t c = 0; c < channels; ++c) {
+      const float s = OldSample(f, c);
+      const float d = NewSample(f, c);
+      float expected = d;
+      if (f < 100) {
+        expected = s;
+      } else if (f < 3172) {
+        const float g = ReferenceGain(f - 100, 3072);
+        expected = s * (1.0f - g) + g * d;
+      }
+      ASSERT_EQ(out[static_cast<size_t>(f) * channels + c], expected) << "frame " << f;
+    }
+  }
+}
+
+TEST(ZORXFadeFunction, BlockSplitDoesNotChangeTheResult) {
+  ZORXFadeFunction byOne;
+  ZORXFadeFunction byOdd;
+  byOne.Init(48000, kFadeTime, 50000);
+  byOdd.Init(48000, kFadeTime, 50000);
+  const uint32_t total = 3500;
+  EXPECT_EQ(RunFade(byOne, total, 1, 2), RunFade(byOdd, total, 333, 2));
+}
+
+TEST(ZORXFadeFunction, FinishedFadeLeavesTheNewBlockAlone) {
+  ZORXFadeFunction fade;
+  fade.Init(48000, kFadeTime, 0);
+  RunFade(fade, 3072, 1024, 1);
+  ASSERT_EQ(fade.GetPosition(), 1.0f);
+  ZORAudioDataFloat oldBlock = Block(16, 1, OldSample);
+  ZORAudioDataFloat newBlock = Block(16, 1, NewSample);
+  fade.Process(oldBlock, newBlock);
+  const float* d = newBlock.GetData(false, true);
+  for (uint32_t f = 0; f < 16; ++f) {
+    EXPECT_EQ(d[f], NewSample(f, 0));
+  }
+  newBlock.ReleaseData();
+  EXPECT_EQ(fade.GetPosition(), 1.0f);
+
+  fade.Reset();
+  EXPECT_EQ(fade.GetPosition(), 0.0f);
+}
+
+TEST(ZORXFadeFunction, BlocksOfDifferentShapeMixOnlyWhatBothHold) {
+  ZORXFadeFunction fade;
+  fade.Init(48000, kFadeTime, 0);
+  ZORAudioDataFloat oldBlock = Block(10, 2, OldSample);
+  ZORAudioDataFloat newBlock = Block(8, 1, NewSample);
+  fade.Process(oldBlock, newBlock);
+  EXPECT_FLOAT_EQ(fade.GetPosition(), 8.0f / 3072.0f);
+  const float* d = newBlock.GetData(false, true);
+  const float g = ReferenceGain(0, 3072);
+  EXPECT_EQ(d[0], OldSample(0, 0) * (1.0f - g) + g * NewSample(0, 0));
+  newBlock.ReleaseData();
+
+  // Frames without channels still move the fade on.
+  ZORAudioDataFloat emptyOld;
+  ZORAudioDataFloat emptyNew;
+  emptyOld.Allocate(100, 0, 48000);
+  emptyNew.Allocate(100, 0, 48000);
+  fade.Process(emptyOld, emptyNew);
+  EXPECT_FLOAT_EQ(fade.GetPosition(), 108.0f / 3072.0f);
+}
