@@ -1,0 +1,295 @@
+#include "manager/zorapoprocessmanager.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "core/zorlog.h"
+#include "core/zorscopedlock.h"
+
+namespace {
+
+constexpr double kTimeUnitsPerMillisecond = 100000.0;
+
+// Counts a Process call as nested for as long as it runs, so that the flush
+// inside a call gets its own blocks.
+class ZORDepthGuard {
+ public:
+  explicit ZORDepthGuard(uint32_t& depth) : m_depth(depth) { ++m_depth; }
+  ~ZORDepthGuard() { --m_depth; }
+  ZORDepthGuard(const ZORDepthGuard&) = delete;
+  ZORDepthGuard& operator=(const ZORDepthGuard&) = delete;
+
+ private:
+  uint32_t& m_depth;
+};
+
+}  // namespace
+
+ZORAPOProcessManager::ZORAPOProcessManager() { m_lastProcess.Start(*m_pClock); }
+
+ZORAPOProcessManager::~ZORAPOProcessManager() {
+  // The worker uses the chains and events: it goes first.
+  m_worker.Stop(0);
+}
+
+void ZORAPOProcessManager::SetClock(IZORPerformanceClock* clock) {
+  m_pClock = clock != nullptr ? clock : &IZORPerformanceClock::System();
+  m_lastProcess.Start(*m_pClock);
+}
+
+bool ZORAPOProcessManager::Initialize(uint32_t chIn, uint32_t chOut, uint32_t nSampleRate,
+                                      uint32_t contentIndex, uint32_t apoloc) {
+  m_apoLocation = apoloc;
+  m_worker.Stop(0);
+
+  m_contentIndex = contentIndex;
+  m_nChannelsIn = chIn;
+  m_nChannelsOut = chOut;
+  m_nSampleRate = nSampleRate;
+  m_bInFadeChain = false;
+
+  // The flush buffer is made here, off the audio thread, at the size the
+  // stale test will ask for.
+  m_flushBuffer.assign(static_cast<size_t>(FlushFrames()) * std::max(chIn, chOut), 0.0f);
+
+  PrepareChains();
+  m_worker.Start(this);
+  return true;
+}
+
+void ZORAPOProcessManager::PrepareChains() {
+  // The worker is stopped and the engine does not process during Initialize,
+  // so nothing here needs the lock.
+  m_state = ManagerState_Steady;
+  for (ZORAPOProcessChain* chain : {&m_chainA, &m_chainB, &m_chainC}) {
+    chain->SetLive(false);
+  }
+  for (ZORAPOProcessChain* chain : {&m_chainA, &m_chainB, &m_chainC}) {
+    chain->ResetChain();
+  }
+  m_pActiveChain = &m_chainA;
+  m_pPreparedChain = &m_chainB;
+  m_pSpareChain = &m_chainC;
+  m_pFadeInChain = nullptr;
+
+  m_hSteadyEvent.Set();
+  m_hFadeEvent.Reset();
+  m_hUpdateEvent.Reset();
+
+  UpdateWorkspace(m_pActiveChain);
+  m_pActiveChain->SetLive(true);
+  UpdateWorkspace(m_pPreparedChain);
+
+  m_xfade.Init(m_nSampleRate, kFadeTime, static_cast<uint64_t>(GetLatency()));
+}
+
+void ZORAPOProcessManager::UpdateWorkspace(ZORAPOProcessChain* /*chain*/) {}
+
+// Steady -> Fading: the prepared chain starts to fade in, the spare becomes
+// the next candidate. Fading -> Steady: the faded-in chain plays and the old
+// one is parked. Any other pair changes nothing. Pointers move before the
+// event that announces them, so whoever sees the event sees the pointers.
+bool ZORAPOProcessManager::SwitchState(ManagerState wanted) {
+  ZORScopedLock lock(m_chainLock);
+  if (wanted == ManagerState_Fading && m_state == ManagerState_Steady) {
+    m_pFadeInChain = m_pPreparedChain;
+    m_pPreparedChain = m_pSpareChain;
+    m_pSpareChain = nullptr;
+    m_pFadeInChain->SetLive(true);
+    m_state = ManagerState_Fading;
+    m_hSteadyEvent.Reset();
+    m_hFadeEvent.Set();
+  } else if (wanted == ManagerState_Steady && m_state == ManagerState_Fading) {
+    m_pSpareChain = m_pActiveChain;
+    m_pActiveChain = m_pFadeInChain;
+    m_pFadeInChain = nullptr;
+    m_pSpareChain->SetLive(false);
+    m_state = ManagerState_Steady;
+    m_hFadeEvent.Reset();
+    m_hSteadyEvent.Set();
+  }
+  return m_state == static_cast<uint32_t>(wanted);
+}
+
+uint32_t ZORAPOProcessManager::GetState() const {
+  ZORScopedLock lock(m_chainLock);
+  return m_state;
+}
+
+ZORAPOProcessManager::ChainPointers ZORAPOProcessManager::GetChainPointers() const {
+  ZORScopedLock lock(m_chainLock);
+  return {m_pActiveChain, m_pFadeInChain, m_pPreparedChain, m_pSpareChain, m_state};
+}
+
+// audio thread
+void ZORAPOProcessManager::Process(const float* pInput, uint32_t* nFramesIn, float* pOutput,
+                                   uint32_t* nFramesOut, bool bSilentInput) {
+  ZORDepthGuard depth(m_processDepth);
+  ProcessBlocks& blocks = m_blocks[m_processDepth > 1 ? 1 : 0];
+  const uint32_t framesOut = *nFramesOut;
+  const size_t capacity = static_cast<size_t>(framesOut) * m_nChannelsOut;
+
+  if (capacity != 0) {
+    std::memset(pOutput, 0, capacity * sizeof(float));
+  }
+  blocks.input.AssignMemory(pInput, *nFramesIn, m_nChannelsIn, true,
+                            m_nSampleRate);
+  blocks.output.Allocate(framesOut, m_nChannelsOut, m_nSampleRate);
+
+  // The active chain may work on `input` in place; a chain being faded in
+  // must see the same untouched samples.
+  blocks.fadeInput = blocks.input;
+
+  StaleTest(bSilentInput);
+
+  m_pActiveChain->Process(blocks.input, blocks.output, nullptr);
+
+  if (m_hFadeEvent.Wait(0)) {
+    Crossfade(blocks, framesOut);
+  }
+
+  // Whatever frame count the chain left is what the caller gets, but never
+  // more than its buffer holds.
+  const float* result = blocks.output.GetData(false, true);
+  uint32_t frames = blocks.output.GetFrames();
+  const size_t samples =
+      std::min(static_cast<size_t>(frames) * m_nChannelsOut, capacity);
+  if (result != nullptr && samples != 0) {
+    std::memcpy(pOutput, result, samples * sizeof(float));
+  }
+  blocks.output.ReleaseData();
+  if (m_nChannelsOut != 0) {
+    frames = static_cast<uint32_t>(samples / m_nChannelsOut);
+  }
+  *nFramesOut = frames;
+
+  if (m_bMute && samples != 0) {
+    std::memset(pOutput, 0, samples * sizeof(float));
+  }
+
+  int64_t now = 0;
+  if (m_pClock->QueryCounter(now)) {
+    m_lastProcess.counter = now;
+  }
+}
+
+// audio thread
+void ZORAPOProcessManager::Crossfade(ProcessBlocks& blocks, uint32_t framesOut) {
+  // A finished fade is rearmed on the first block of the next one. The delay
+  // equals the chain latency, so the new chain's output has come through
+  // before any of it is mixed in.
+  if (m_xfade.GetPosition() >= 1.0f) {
+    m_xfade.Init(m_nSampleRate, kFadeTime, static_cast<uint64_t>(GetLatency()));
+  }
+  if (m_xfade.GetPosition() == 0.0f) {
+    m_pFadeInChain->TakeOverState(*m_pActiveChain);
+  }
+
+  blocks.oldOutput = blocks.output;
+  blocks.output.Allocate(framesOut, m_nChannelsOut, m_nSampleRate);
+
+  m_bInFadeChain = m_bRenderEndpoint;
+  m_pFadeInChain->Process(blocks.fadeInput, blocks.output, nullptr);
+  m_bInFadeChain = false;
+
+  m_xfade.Process(blocks.oldOutput, blocks.output);
+  if (m_xfade.GetPosition() >= 1.0f) {
+    SwitchState(ManagerState_Steady);
+  }
+}
+
+uint32_t ZORAPOProcessManager::FlushFrames() const {
+  const auto milliseconds =
+      static_cast<int64_t>(static_cast<double>(m_latency + kFlushMargin) / kTimeUnitsPerMillisecond);
+  return static_cast<uint32_t>(milliseconds) * m_nSampleRate / 1000u;
+}
+
+// audio thread
+void ZORAPOProcessManager::StaleTest(bool bSilentInput) {
+  int64_t now = 0;
+  if (!m_pClock->QueryCounter(now) || !m_pClock->QueryFrequency(m_lastProcess.frequency)) {
+    return;
+  }
+  uint32_t milliseconds = 0;
+  if (!ZORElapsedMilliseconds32(now, m_lastProcess.counter, m_lastProcess.frequency,
+                                milliseconds) ||
+      milliseconds <= kStaleMilliseconds) {
+    return;
+  }
+  // Restart first, so the flush's own pass through Process sees a fresh timer.
+  m_lastProcess.counter = now;
+
+  // The fading chain picks up whatever changed during the gap; the worker
+  // leaves it alone while it waits for the fade to end.
+  if (m_hFadeEvent.Wait(0) && m_pFadeInChain != nullptr) {
+    UpdateWorkspace(m_pFadeInChain);
+  }
+  // Offload locations are flushed only on a block the engine marked silent.
+  if ((m_apoLocation == kLocationOsfx || m_apoLocation == kLocationOmfx) && !bSilentInput) {
+    return;
+  }
+  ZOR_LOG("VELAPOProcessManager::Process - was stale for %d ms , APO location=%d\n",
+          static_cast<int>(milliseconds), static_cast<int>(m_apoLocation));
+  if (m_bFlushing) {
+    return;
+  }
+
+  m_bFlushing = true;
+  const uint32_t frames = FlushFrames();
+  const size_t samples = static_cast<size_t>(frames) * std::max(m_nChannelsIn, m_nChannelsOut);
+  if (m_flushBuffer.size() != samples) {
+    m_flushBuffer.resize(samples);  // only if the latency changed after Initialize
+  }
+  std::fill(m_flushBuffer.begin(), m_flushBuffer.end(), 0.0f);
+  // One buffer for both sides: the flush's result is thrown away.
+  uint32_t framesIn = frames;
+  uint32_t framesOut = frames;
+  Process(m_flushBuffer.data(), &framesIn, m_flushBuffer.data(), &framesOut, false);
+  m_bFlushing = false;
+}
+
+bool ZORAPOProcessManager::Run(ZORThreadBasic& /*thread*/, zor::os::Event& stopEvent) {
+  TimeDelta stopwatch;
+  stopwatch.Start(*m_pClock);
+  zor::os::Event* const untilSteady[] = {&stopEvent, &m_hSteadyEvent};
+  zor::os::Event* const untilUpdate[] = {&stopEvent, &m_hUpdateEvent};
+
+  for (;;) {
+    // A fade is never interrupted: a change waits for the running one to end.
+    if (zor::os::WaitAny(untilSteady, 2, zor::os::kInfinite) == 0) {
+      break;
+    }
+    const int32_t woken = zor::os::WaitAny(untilUpdate, 2, zor::os::kInfinite);
+    if (woken == 0) {
+      break;
+    }
+    if (woken == zor::os::kWaitTimeout) {
+      continue;
+    }
+
+    // At most ten switches a second.
+    int64_t now = 0;
+    int64_t frequency = 0;
+    uint32_t milliseconds = 0;
+    if (m_pClock->QueryCounter(now) && m_pClock->QueryFrequency(frequency) &&
+        ZORElapsedMilliseconds32(now, stopwatch.counter, frequency, milliseconds) &&
+        milliseconds < kMinSwitchMilliseconds) {
+      if (stopEvent.Wait(kMinSwitchMilliseconds - milliseconds)) {
+        break;
+      }
+    }
+
+    // Reset before reading any setting: a change that lands while the chain
+    // is built signals again and causes one more pass.
+    m_hUpdateEvent.Reset();
+    UpdateWorkspace(m_pPreparedChain);
+    SwitchState(ManagerState_Fading);
+    UpdateWorkspace(m_pPreparedChain);
+
+    stopwatch.Start(*m_pClock);
+    if (m_pClientEvent != nullptr) {
+      m_pClientEvent->Set();
+    }
+  }
+  return true;
+}

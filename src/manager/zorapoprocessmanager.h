@@ -1,0 +1,150 @@
+#pragma once
+#include <cstdint>
+#include <vector>
+
+#include "audio/zorapoprocesschain.h"
+#include "audio/zoraudiodatafloat.h"
+#include "audio/zorxfadefunction.h"
+#include "core/zorthreadbasic.h"
+#include "manager/zortimedelta.h"
+#include "platform/criticalsection.h"
+#include "platform/event.h"
+
+enum ManagerState : uint32_t {
+  ManagerState_Fading = 0,
+  ManagerState_Steady = 1,
+  ManagerState_Unprepared = 2,
+};
+
+// Turns one audio stream of one APO instance into processed audio. It owns
+// three chains and rotates them: one plays, one is built ahead of the next
+// change, one is parked. A change never touches the chain that plays: it is
+// built into the prepared chain on the worker, which is then run beside the
+// active one and crossfaded in; the audio thread alone makes it the active
+// chain, at the end of the fade. A stream that stalled is flushed with silence
+// before its next block, so no old sound rings out of the filters.
+//
+// Threads: the configuration thread calls Initialize, SetMute and GetLatency;
+// the audio thread calls Process; the worker (started by Initialize) builds
+// chains and starts fades. Process takes no lock but m_chainLock, once at the
+// end of each fade, and never waits.
+class ZORAPOProcessManager : public IZORThreadBasicWorker {
+ public:
+  // Crossfade length and flush margin, in units of 10 ns.
+  static constexpr uint64_t kFadeTime = 6400000;       // 64 ms
+  static constexpr int64_t kFlushMargin = 2000000;     // 20 ms
+  static constexpr uint32_t kStaleMilliseconds = 300;  // a longer gap is stale
+  static constexpr uint32_t kMinSwitchMilliseconds = 100;
+
+  // Location codes passed down by the APO classes.
+  static constexpr uint32_t kLocationOsfx = 4;
+  static constexpr uint32_t kLocationOmfx = 5;
+
+  ZORAPOProcessManager();
+  ~ZORAPOProcessManager() override;
+  ZORAPOProcessManager(const ZORAPOProcessManager&) = delete;
+  ZORAPOProcessManager& operator=(const ZORAPOProcessManager&) = delete;
+
+  // Binds the manager to a stream format and (re)starts it: stops the worker,
+  // prepares the chains, starts the worker. Always true. Configuration thread.
+  bool Initialize(uint32_t chIn, uint32_t chOut, uint32_t nSampleRate, uint32_t contentIndex,
+                  uint32_t apoloc);
+
+  // Runs one buffer of interleaved floats. *nFramesOut is the capacity of
+  // pOutput on entry and the frames written on return. Audio thread.
+  void Process(const float* pInput, uint32_t* nFramesIn, float* pOutput, uint32_t* nFramesOut,
+               bool bSilentInput);
+
+  // Zeroes the final output; chains go on running. Between buffers.
+  void SetMute(bool mute) { m_bMute = mute; }
+
+  // Latency of this configuration in units of 10 ns. Any thread after Initialize.
+  int64_t GetLatency() const { return m_latency; }
+
+  // The state machine of the three chains (see SwitchState in the source).
+  // Any thread; takes m_chainLock briefly.
+  bool SwitchState(ManagerState wanted);
+  uint32_t GetState() const;
+
+  // Asks the worker to rebuild the prepared chain and fade it in, as a change
+  // of setting does. Changes that come during a fade wait for its end and
+  // collapse into one. Any thread.
+  void RequestUpdate() { m_hUpdateEvent.Set(); }
+
+  // An event the worker signals after each switch, for an embedder that wants
+  // to follow them; null for none. Set before Initialize.
+  void SetClientEvent(zor::os::Event* clientEvent) { m_pClientEvent = clientEvent; }
+
+  // Replaces the clock of the stale test and the switch rate limit; null
+  // restores the system clock. Restarts the stopwatch. Configuration thread.
+  void SetClock(IZORPerformanceClock* clock);
+
+  // The four chain pointers and the state, read together under the lock, for
+  // tracing and tests.
+  struct ChainPointers {
+    const ZORAPOProcessChain* active;
+    const ZORAPOProcessChain* fadeIn;
+    const ZORAPOProcessChain* prepared;
+    const ZORAPOProcessChain* spare;
+    uint32_t state;
+  };
+  ChainPointers GetChainPointers() const;
+
+  const ZORXFadeFunction& GetCrossfade() const { return m_xfade; }
+
+  // The worker: turns each update request into a crossfade. Worker thread.
+  bool Run(ZORThreadBasic& thread, zor::os::Event& stopEvent) override;
+
+ protected:
+  // Builds `chain` for the stream's current settings. Until chains can be
+  // constructed from a configuration every chain stays unbuilt and passes
+  // audio on its bypass path, so there is nothing to assemble yet.
+  virtual void UpdateWorkspace(ZORAPOProcessChain* chain);
+
+ private:
+  // The blocks of one Process call. Their stores keep their capacity, so
+  // steady state allocates nothing; the flush nests one call, which gets the
+  // second set.
+  struct ProcessBlocks {
+    ZORAudioDataFloat input;
+    ZORAudioDataFloat output;
+    ZORAudioDataFloat fadeInput;
+    ZORAudioDataFloat oldOutput;
+  };
+
+  void PrepareChains();
+  void StaleTest(bool bSilentInput);
+  void Crossfade(ProcessBlocks& blocks, uint32_t framesOut);
+  uint32_t FlushFrames() const;
+
+  zor::os::Event* m_pClientEvent = nullptr;
+  uint32_t m_nChannelsIn = 0;
+  uint32_t m_nChannelsOut = 0;
+  uint32_t m_nSampleRate = 0;
+  uint32_t m_apoLocation = 0;
+  uint32_t m_contentIndex = 0;
+  bool m_bRenderEndpoint = true;  // the endpoint's direction, render until bound to one
+  ZORAPOProcessChain m_chainA;
+  ZORAPOProcessChain m_chainB;
+  ZORAPOProcessChain m_chainC;
+  ZORAPOProcessChain* m_pPreparedChain = nullptr;
+  ZORAPOProcessChain* m_pFadeInChain = nullptr;
+  ZORAPOProcessChain* m_pActiveChain = nullptr;
+  ZORAPOProcessChain* m_pSpareChain = nullptr;
+  mutable zor::os::CriticalSection m_chainLock;
+  zor::os::Event m_hFadeEvent{zor::os::EventReset::Manual, false};
+  zor::os::Event m_hSteadyEvent{zor::os::EventReset::Manual, true};
+  uint32_t m_state = ManagerState_Unprepared;
+  IZORPerformanceClock* m_pClock = &IZORPerformanceClock::System();
+  TimeDelta m_lastProcess;
+  bool m_bFlushing = false;
+  bool m_bInFadeChain = false;
+  int64_t m_latency = 0;
+  ZORXFadeFunction m_xfade;
+  bool m_bMute = false;
+  zor::os::Event m_hUpdateEvent{zor::os::EventReset::Auto, false};
+  ProcessBlocks m_blocks[2];
+  uint32_t m_processDepth = 0;
+  std::vector<float> m_flushBuffer;  // sized by Initialize, so a flush allocates nothing
+  ZORThreadBasic m_worker;
+};

@@ -1,0 +1,639 @@
+#include "manager/zorapoprocessmanager.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cmath>
+#include <functional>
+#include <map>
+#include <memory>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "allocationcounter.h"
+#include "audio/zoraudioprocessblock.h"
+#include "support/zorlogcapture.h"
+
+namespace {
+
+constexpr uint32_t kRate = 48000;
+constexpr uint32_t kLocationSfx = 1;
+
+// A clock the test moves by hand. Atomic: the worker reads it too.
+class ManualClock : public IZORPerformanceClock {
+ public:
+  explicit ManualClock(int64_t frequency) : m_frequency(frequency) {}
+  bool QueryCounter(int64_t& counter) override {
+    counter = m_counter.fetch_add(m_stepPerQuery) + m_stepPerQuery;
+    return true;
+  }
+  bool QueryFrequency(int64_t& frequency) override {
+    frequency = m_frequency;
+    return true;
+  }
+  void Advance(int64_t ticks) { m_counter += ticks; }
+  // Moves the clock on by itself at every reading.
+  void AdvanceOnEveryQuery(int64_t ticks) { m_stepPerQuery = ticks; }
+
+ private:
+  std::atomic<int64_t> m_counter{1000000};
+  std::atomic<int64_t> m_stepPerQuery{0};
+  int64_t m_frequency;
+};
+
+// Records the frame count of every block it sees; optionally shortens them.
+class RecordingStage : public IZORAudioProcess<float> {
+ public:
+  bool Init(uint32_t, uint32_t) override { return true; }
+  void SetBypass(bool) override {}
+  bool GetBypass() const override { return false; }
+  uint32_t GetLatency() const override { return 0; }
+  void Process(IZORAudioData<float>* data) override {
+    frames.push_back(data->GetFrames());
+    channels = data->GetChannels();
+    const float* samples = data->GetData(false, true);
+    double energy = 0;
+    for (uint32_t i = 0; samples != nullptr && i < data->GetSampleCount(); ++i) {
+      energy += static_cast<double>(samples[i]) * samples[i];
+    }
+    data->ReleaseData();
+    lastEnergy = energy;
+    if (keepFrames != 0 && data->GetFrames() > keepFrames) {
+      data->SetFrames(keepFrames);
+    }
+  }
+  std::vector<uint32_t> frames;
+  uint32_t channels = 0;
+  double lastEnergy = 0;
+  uint32_t keepFrames = 0;
+};
+
+// Passes audio unchanged in fixed blocks, so only the block adaption delays it.
+class IdentityBlockStage : public ZORAudioProcessBlock {
+ public:
+  explicit IdentityBlockStage(uint32_t block) : m_block(block) {}
+  bool Init(uint32_t channels, uint32_t) override {
+    SetBlockSize(0, channels);
+    SetBlockSize(m_block, channels);
+    return true;
+  }
+  void SetBypass(bool) override {}
+  bool GetBypass() const override { return false; }
+  int blocks = 0;
+
+ protected:
+  void ProcessBlock(IZORAudioData<float>*) override { ++blocks; }
+
+ private:
+  uint32_t m_block;
+};
+
+// A manager whose chains a test can build, and whose chain builds it counts.
+class TestManager : public ZORAPOProcessManager {
+ public:
+  std::function<void(ZORAPOProcessChain*)> builder;
+  std::atomic<int> updates{0};
+  std::atomic<int> updatesOfFadingChain{0};
+
+ protected:
+  void UpdateWorkspace(ZORAPOProcessChain* chain) override {
+    ++updates;
+    if (chain == GetChainPointers().fadeIn) {
+      ++updatesOfFadingChain;
+    }
+    if (builder) {
+      builder(chain);
+    }
+  }
+};
+
+// Builds every chain with one RecordingStage of its own at `channels`.
+struct RecordingChains {
+  std::map<const ZORAPOProcessChain*, std::unique_ptr<RecordingStage>> stages;
+  void Install(TestManager& manager, uint32_t channels) {
+    manager.builder = [this, channels](ZORAPOProcessChain* chain) {
+      auto& stage = stages[chain];
+      if (!stage) {
+        stage = std::make_unique<RecordingStage>();
+      }
+      IZORAudioProcess<float>* list[] = {stage.get()};
+      chain->BuildFromStages(channels, kRate, true, list);
+    };
+  }
+  RecordingStage& Of(const ZORAPOProcessChain* chain) { return *stages.at(chain); }
+};
+
+std::vector<float> Noise(size_t count, uint32_t seed) {
+  std::mt19937 random(seed);
+  std::uniform_real_distribution<float> sample(-1.0f, 1.0f);
+  std::vector<float> out(count);
+  for (float& s : out) {
+    s = sample(random);
+  }
+  return out;
+}
+
+// Runs one block through the manager; returns the output buffer, whose
+// capacity is `framesOut` frames, and the frame count reported.
+std::pair<std::vector<float>, uint32_t> RunBlock(ZORAPOProcessManager& manager,
+                                            const std::vector<float>& input, uint32_t framesIn,
+                                            uint32_t framesOut, uint32_t channelsOut,
+                                            bool silent = false, float fill = 7.0f) {
+  std::vector<float> output(static_cast<size_t>(framesOut) * channelsOut, fill);
+  uint32_t in = framesIn;
+  uint32_t out = framesOut;
+  manager.Process(input.data(), &in, output.data(), &out, silent);
+  EXPECT_EQ(in, framesIn) << "the input count is never written";
+  return {output, out};
+}
+
+}  // namespace
+
+TEST(ZORAPOProcessManager, BeforeInitializeNothingIsPreparedAndLatencyIsZero) {
+  ZORAPOProcessManager manager;
+  EXPECT_EQ(manager.GetLatency(), 0);
+  EXPECT_EQ(manager.GetState(), ManagerState_Unprepared);
+  EXPECT_FALSE(manager.SwitchState(ManagerState_Fading));
+  EXPECT_FALSE(manager.SwitchState(ManagerState_Steady));
+  const auto chains = manager.GetChainPointers();
+  EXPECT_EQ(chains.active, nullptr);
+  EXPECT_EQ(chains.prepared, nullptr);
+  EXPECT_EQ(chains.spare, nullptr);
+  EXPECT_EQ(chains.fadeIn, nullptr);
+}
+
+TEST(ZORAPOProcessManager, ZeroFrameBlockRunsTheWholePath) {
+  TestManager manager;
+  RecordingChains chains;
+  chains.Install(manager, 2);
+  ASSERT_TRUE(manager.Initialize(2, 2, kRate, 0, kLocationSfx));
+  std::vector<float> input(2, 1.0f);
+  auto [output, frames] = RunBlock(manager, input, 0, 0, 2);
+  EXPECT_EQ(frames, 0u);
+  const RecordingStage& stage = chains.Of(manager.GetChainPointers().active);
+  ASSERT_EQ(stage.frames.size(), 1u) << "the chain ran on the empty block";
+  EXPECT_EQ(stage.frames[0], 0u);
+}
+
+TEST(ZORAPOProcessManager, FewerFramesFromTheChainShrinkTheOutputAndLeaveTheRestZero) {
+  // An unbuilt chain hands back the input's frame count.
+  {
+    ZORAPOProcessManager manager;
+    manager.Initialize(2, 2, kRate, 0, kLocationSfx);
+    const std::vector<float> input = Noise(200, 1);
+    auto [output, frames] = RunBlock(manager, input, 100, 480, 2);
+    EXPECT_EQ(frames, 100u);
+    for (size_t i = 0; i < output.size(); ++i) {
+      ASSERT_EQ(output[i], i < 200 ? input[i] : 0.0f) << i;
+    }
+  }
+  // A tuned path that shortens the block.
+  {
+    TestManager manager;
+    RecordingChains chains;
+    chains.Install(manager, 2);
+    manager.Initialize(2, 2, kRate, 0, kLocationSfx);
+    chains.Of(manager.GetChainPointers().active).keepFrames = 300;
+    const std::vector<float> input = Noise(960, 2);
+    auto [output, frames] = RunBlock(manager, input, 480, 480, 2);
+    EXPECT_EQ(frames, 300u);
+    for (size_t i = 0; i < output.size(); ++i) {
+      ASSERT_EQ(output[i], i < 600 ? input[i] : 0.0f) << i;
+    }
+  }
+  // More frames than the caller's buffer holds are cut at the buffer.
+  {
+    ZORAPOProcessManager manager;
+    manager.Initialize(1, 1, kRate, 0, kLocationSfx);
+    const std::vector<float> input = Noise(64, 3);
+    auto [output, frames] = RunBlock(manager, input, 64, 16, 1);
+    EXPECT_EQ(frames, 16u);
+    EXPECT_EQ(output, std::vector<float>(input.begin(), input.begin() + 16));
+  }
+}
+
+TEST(ZORAPOProcessManager, MuteZeroesTheOutputWhileTheChainGoesOn) {
+  TestManager manager;
+  RecordingChains chains;
+  chains.Install(manager, 2);
+  manager.Initialize(2, 2, kRate, 0, kLocationSfx);
+  const RecordingStage& stage = chains.Of(manager.GetChainPointers().active);
+  const std::vector<float> input = Noise(960, 4);
+
+  manager.SetMute(true);
+  auto [muted, mutedFrames] = RunBlock(manager, input, 480, 480, 2);
+  EXPECT_EQ(mutedFrames, 480u);
+  EXPECT_EQ(muted, std::vector<float>(960, 0.0f));
+  EXPECT_GT(stage.lastEnergy, 100.0) << "the chain still saw the signal";
+
+  manager.SetMute(false);
+  auto [heard, heardFrames] = RunBlock(manager, input, 480, 480, 2);
+  EXPECT_EQ(heard, input);
+}
+
+TEST(ZORAPOProcessManager, BypassMixesBitExactly) {
+  const float k = 0.707f;
+  // 5.1 to stereo.
+  {
+    ZORAPOProcessManager manager;
+    manager.Initialize(6, 2, kRate, 0, kLocationSfx);
+    const uint32_t frames = 483;  // not a multiple of the unrolling
+    const std::vector<float> input = Noise(frames * 6, 5);
+    auto [output, outFrames] = RunBlock(manager, input, frames, frames, 2);
+    ASSERT_EQ(outFrames, frames);
+    for (uint32_t f = 0; f < frames; ++f) {
+      const float* in = &input[f * 6];
+      ASSERT_EQ(output[f * 2 + 0], (in[4] + in[2]) * k + in[0]) << f;
+      ASSERT_EQ(output[f * 2 + 1], (in[5] + in[2]) * k + in[1]) << f;
+    }
+  }
+  // Mono to stereo.
+  {
+    ZORAPOProcessManager manager;
+    manager.Initialize(1, 2, kRate, 0, kLocationSfx);
+    const std::vector<float> input = Noise(477, 6);
+    auto [output, outFrames] = RunBlock(manager, input, 477, 477, 2);
+    ASSERT_EQ(outFrames, 477u);
+    for (uint32_t f = 0; f < 477; ++f) {
+      ASSERT_EQ(output[f * 2], input[f]);
+      ASSERT_EQ(output[f * 2 + 1], input[f]);
+    }
+  }
+  // No kernel for stereo to four: two channels pass, two stay silent.
+  {
+    ZORAPOProcessManager manager;
+    manager.Initialize(2, 4, kRate, 0, kLocationSfx);
+    const std::vector<float> input = Noise(2 * 50, 7);
+    auto [output, outFrames] = RunBlock(manager, input, 50, 50, 4);
+    ASSERT_EQ(outFrames, 50u);
+    for (uint32_t f = 0; f < 50; ++f) {
+      EXPECT_EQ(output[f * 4 + 0], input[f * 2 + 0]);
+      EXPECT_EQ(output[f * 4 + 1], input[f * 2 + 1]);
+      EXPECT_EQ(output[f * 4 + 2], 0.0f);
+      EXPECT_EQ(output[f * 4 + 3], 0.0f);
+    }
+  }
+}
+
+class ZORAPOProcessManagerBlockAdaption : public ::testing::TestWithParam<uint32_t> {};
+
+TEST_P(ZORAPOProcessManagerBlockAdaption, DelaysAnImpulseByTwoBlocks) {
+  static constexpr uint32_t kBlock = 64;
+  const uint32_t hostFrames = GetParam();
+  TestManager manager;
+  std::map<const ZORAPOProcessChain*, std::unique_ptr<IdentityBlockStage>> stages;
+  manager.builder = [&stages](ZORAPOProcessChain* chain) {
+    auto& stage = stages[chain];
+    stage = std::make_unique<IdentityBlockStage>(kBlock);
+    stage->Init(2, kRate);
+    IZORAudioProcess<float>* list[] = {stage.get()};
+    chain->BuildFromStages(2, kRate, true, list);
+  };
+  manager.Initialize(2, 2, kRate, 0, kLocationSfx);
+
+  std::vector<float> heard;
+  const uint32_t total = 24 * kBlock;  // a whole number of every host block
+  for (uint32_t start = 0; start < total; start += hostFrames) {
+    std::vector<float> input(hostFrames * 2, 0.0f);
+    if (start == 0) {
+      input[0] = 1.0f;   // left
+      input[1] = -0.5f;  // right
+    }
+    auto [output, frames] = RunBlock(manager, input, hostFrames, hostFrames, 2);
+    ASSERT_EQ(frames, hostFrames) << "every call returns a full host block";
+    heard.insert(heard.end(), output.begin(), output.end());
+  }
+  for (size_t frame = 0; frame < heard.size() / 2; ++frame) {
+    const bool impulse = frame == 2 * kBlock;
+    ASSERT_EQ(heard[frame * 2], impulse ? 1.0f : 0.0f) << "frame " << frame;
+    ASSERT_EQ(heard[frame * 2 + 1], impulse ? -0.5f : 0.0f) << "frame " << frame;
+  }
+  EXPECT_EQ(stages.at(manager.GetChainPointers().active)->blocks, 24);
+}
+
+INSTANTIATE_TEST_SUITE_P(HostBlocks, ZORAPOProcessManagerBlockAdaption,
+                         ::testing::Values(16u, 64u, 192u));
+
+TEST(ZORAPOProcessManager, SwitchStateFollowsTheStateTable) {
+  ZORAPOProcessManager manager;
+  manager.Initialize(2, 2, kRate, 0, kLocationSfx);
+  const auto start = manager.GetChainPointers();
+  EXPECT_EQ(start.state, ManagerState_Steady);
+  ASSERT_NE(start.active, nullptr);
+  ASSERT_NE(start.prepared, nullptr);
+  ASSERT_NE(start.spare, nullptr);
+  EXPECT_EQ(start.fadeIn, nullptr);
+
+  EXPECT_TRUE(manager.SwitchState(ManagerState_Steady)) << "steady while steady";
+  EXPECT_EQ(manager.GetChainPointers().active, start.active);
+
+  EXPECT_TRUE(manager.SwitchState(ManagerState_Fading));
+  const auto fading = manager.GetChainPointers();
+  EXPECT_EQ(fading.state, ManagerState_Fading);
+  EXPECT_EQ(fading.active, start.active);
+  EXPECT_EQ(fading.fadeIn, start.prepared);
+  EXPECT_EQ(fading.prepared, start.spare);
+  EXPECT_EQ(fading.spare, nullptr);
+  EXPECT_TRUE(fading.fadeIn->IsLive());
+
+  EXPECT_TRUE(manager.SwitchState(ManagerState_Fading)) << "fading while fading";
+  const auto still = manager.GetChainPointers();
+  EXPECT_EQ(still.fadeIn, fading.fadeIn);
+  EXPECT_EQ(still.prepared, fading.prepared);
+
+  EXPECT_TRUE(manager.SwitchState(ManagerState_Steady));
+  const auto steady = manager.GetChainPointers();
+  EXPECT_EQ(steady.active, start.prepared);
+  EXPECT_EQ(steady.spare, start.active);
+  EXPECT_EQ(steady.prepared, start.spare);
+  EXPECT_EQ(steady.fadeIn, nullptr);
+  EXPECT_FALSE(steady.spare->IsLive());
+  EXPECT_TRUE(steady.active->IsLive());
+}
+
+TEST(ZORAPOProcessManager, FadeBetweenUnbuiltChainsEndsOnTheAudioThread) {
+  ZORAPOProcessManager manager;
+  manager.Initialize(2, 2, kRate, 0, kLocationSfx);
+  const auto before = manager.GetChainPointers();
+  ASSERT_TRUE(manager.SwitchState(ManagerState_Fading));
+  const std::vector<float> input = Noise(960, 8);
+  // 3072 fade frames at 48 kHz with no latency: six blocks of 480 are not
+  // enough, the seventh ends the fade.
+  for (int block = 0; block < 7; ++block) {
+    EXPECT_EQ(manager.GetState(), ManagerState_Fading) << block;
+    auto [output, frames] = RunBlock(manager, input, 480, 480, 2);
+    ASSERT_EQ(frames, 480u);
+    for (size_t i = 0; i < output.size(); ++i) {
+      ASSERT_NEAR(output[i], input[i], 1e-6f) << "two equal chains mix to the same signal";
+    }
+  }
+  const auto after = manager.GetChainPointers();
+  EXPECT_EQ(after.state, ManagerState_Steady);
+  EXPECT_EQ(after.active, before.prepared);
+  EXPECT_EQ(after.spare, before.active);
+}
+
+TEST(ZORAPOProcessManager, WorkerTurnsUpdatesIntoOneFadeAtATime) {
+  TestManager manager;
+  ManualClock clock(1000);
+  manager.SetClock(&clock);
+  zor::os::Event switched(zor::os::EventReset::Auto);
+  manager.SetClientEvent(&switched);
+  manager.Initialize(2, 2, kRate, 0, kLocationSfx);
+  const int afterPrepare = manager.updates.load();
+  EXPECT_EQ(afterPrepare, 2) << "the active and the prepared chain";
+  const auto start = manager.GetChainPointers();
+
+  // Several requests before the worker wakes collapse into one pass.
+  manager.RequestUpdate();
+  manager.RequestUpdate();
+  ASSERT_TRUE(switched.Wait(5000));
+  const auto fading = manager.GetChainPointers();
+  EXPECT_EQ(fading.state, ManagerState_Fading);
+  EXPECT_EQ(fading.fadeIn, start.prepared);
+  EXPECT_EQ(manager.updates.load(), afterPrepare + 2) << "the fading chain and the next candidate";
+
+  // Two requests during the fade wait for its end and make one more fade.
+  manager.RequestUpdate();
+  manager.RequestUpdate();
+  const std::vector<float> input = Noise(960, 9);
+  for (int block = 0; block < 7; ++block) {
+    RunBlock(manager, input, 480, 480, 2);
+  }
+  ASSERT_TRUE(switched.Wait(5000));
+  const auto second = manager.GetChainPointers();
+  EXPECT_EQ(second.state, ManagerState_Fading);
+  EXPECT_EQ(second.active, start.prepared);
+  EXPECT_EQ(second.fadeIn, fading.prepared);
+  EXPECT_EQ(manager.updates.load(), afterPrepare + 4);
+}
+
+TEST(ZORAPOProcessManager, StaleAfterMoreThan300MillisecondsAndFlushesLatencyPlus20Ms) {
+  TestManager manager;
+  RecordingChains chains;
+  chains.Install(manager, 2);
+  ManualClock clock(1000);  // one tick per millisecond
+  manager.SetClock(&clock);
+  manager.Initialize(2, 2, kRate, 0, kLocationSfx);
+  RecordingStage& stage = chains.Of(manager.GetChainPointers().active);
+  const std::vector<float> input = Noise(960, 10);
+  ZORLogCapture log;
+
+  RunBlock(manager, input, 480, 480, 2);
+  clock.Advance(300);
+  RunBlock(manager, input, 480, 480, 2);
+  EXPECT_EQ(stage.frames, (std::vector<uint32_t>{480, 480})) << "exactly 300 ms is not stale";
+  EXPECT_EQ(log.Count("was stale"), 0u);
+
+  clock.Advance(301);
+  auto [output, frames] = RunBlock(manager, input, 480, 480, 2);
+  EXPECT_EQ(stage.frames, (std::vector<uint32_t>{480, 480, 960, 480}))
+      << "20 ms of silence at 48 kHz go through first";
+  EXPECT_EQ(frames, 480u);
+  EXPECT_EQ(output, input) << "the real block follows the flush unchanged";
+  EXPECT_TRUE(log.Contains("VELAPOProcessManager::Process - was stale for 301 ms , APO location=1\n"));
+}
+
+TEST(ZORAPOProcessManager, CounterArithmeticWrapsAsTheEngineDoes) {
+  uint32_t ms = 0;
+  // 500 ms on a 10 MHz counter: 5e9 wraps to 705032704, read as 70 ms.
+  ASSERT_TRUE(ZORElapsedMilliseconds32(5000000, 0, 10000000, ms));
+  EXPECT_EQ(ms, 70u);
+  ASSERT_TRUE(ZORElapsedMilliseconds32(3020000, 0, 10000000, ms));
+  EXPECT_EQ(ms, 302u);
+  // The product is a single-precision float: 3.01e9 is not representable and
+  // rounds down, so 301 ms on a 10 MHz counter read as 300.
+  ASSERT_TRUE(ZORElapsedMilliseconds32(3010000, 0, 10000000, ms));
+  EXPECT_EQ(ms, 300u);
+  // The low 32 bits of the counters are subtracted.
+  ASSERT_TRUE(ZORElapsedMilliseconds32((int64_t{7} << 32) + 301, (int64_t{7} << 32) - 0, 1000, ms));
+  EXPECT_EQ(ms, 301u);
+  ASSERT_TRUE(ZORElapsedMilliseconds32(int64_t{5} << 32 | 10, (int64_t{4} << 32) | 0xFFFFFFF0u, 1000, ms));
+  EXPECT_EQ(ms, 26u);
+  EXPECT_FALSE(ZORElapsedMilliseconds32(10, 0, int64_t{1} << 32, ms)) << "low bits of 0";
+
+  // So a 500 ms gap does not flush a stream on a 10 MHz clock.
+  TestManager manager;
+  RecordingChains chains;
+  chains.Install(manager, 1);
+  ManualClock clock(10000000);
+  manager.SetClock(&clock);
+  manager.Initialize(1, 1, kRate, 0, kLocationSfx);
+  const std::vector<float> input = Noise(480, 11);
+  RunBlock(manager, input, 480, 480, 1);
+  clock.Advance(5000000);
+  RunBlock(manager, input, 480, 480, 1);
+  EXPECT_EQ(chains.Of(manager.GetChainPointers().active).frames,
+            (std::vector<uint32_t>{480, 480}));
+}
+
+TEST(ZORAPOProcessManager, OffloadLocationsFlushOnlySilentBlocksButRestartTheStopwatch) {
+  for (uint32_t location : {4u, 5u}) {
+    TestManager manager;
+    RecordingChains chains;
+    chains.Install(manager, 2);
+    ManualClock clock(1000);
+    manager.SetClock(&clock);
+    manager.Initialize(2, 2, kRate, 0, location);
+    RecordingStage& stage = chains.Of(manager.GetChainPointers().active);
+    const std::vector<float> input = Noise(960, 12);
+    ZORLogCapture log;
+
+    RunBlock(manager, input, 480, 480, 2);
+    clock.Advance(400);
+    RunBlock(manager, input, 480, 480, 2, /*silent=*/false);
+    EXPECT_EQ(stage.frames.size(), 2u) << "no flush on a block with sound";
+    EXPECT_EQ(log.Count("was stale"), 0u);
+
+    // Measured from the stale block, not from the one before it.
+    clock.Advance(299);
+    RunBlock(manager, input, 480, 480, 2, /*silent=*/true);
+    EXPECT_EQ(stage.frames.size(), 3u);
+
+    clock.Advance(301);
+    RunBlock(manager, input, 480, 480, 2, /*silent=*/true);
+    EXPECT_EQ(stage.frames, (std::vector<uint32_t>{480, 480, 480, 960, 480}));
+    EXPECT_EQ(log.Count("was stale for 301 ms"), 1u);
+  }
+}
+
+TEST(ZORAPOProcessManager, FlushDoesNotFlushAgainFromItsOwnPass) {
+  TestManager manager;
+  RecordingChains chains;
+  chains.Install(manager, 2);
+  ManualClock clock(1000);
+  manager.SetClock(&clock);
+  manager.Initialize(2, 2, kRate, 0, kLocationSfx);
+  RecordingStage& stage = chains.Of(manager.GetChainPointers().active);
+  const std::vector<float> input = Noise(960, 13);
+  ZORLogCapture log;
+
+  // Every reading of the clock is 400 ms after the last, so the flush's own
+  // pass finds the stream stale as well.
+  clock.AdvanceOnEveryQuery(400);
+  RunBlock(manager, input, 480, 480, 2);
+  EXPECT_EQ(stage.frames, (std::vector<uint32_t>{960, 480}))
+      << "the nested pass runs once and does not flush";
+  EXPECT_EQ(log.Count("was stale"), 2u) << "both passes report the gap";
+}
+
+TEST(ZORAPOProcessManager, StaleDuringAFadeRebuildsTheFadingChain) {
+  TestManager manager;
+  ManualClock clock(1000);
+  manager.SetClock(&clock);
+  manager.Initialize(2, 2, kRate, 0, kLocationSfx);
+  const std::vector<float> input = Noise(960, 14);
+  RunBlock(manager, input, 480, 480, 2);
+  ASSERT_TRUE(manager.SwitchState(ManagerState_Fading));
+  ASSERT_EQ(manager.GetCrossfade().GetPosition(), 0.0f);
+  clock.Advance(1000);
+  RunBlock(manager, input, 480, 480, 2);
+  EXPECT_EQ(manager.updatesOfFadingChain.load(), 1);
+  // The flush (960 frames) and the block (480) both moved the fade on.
+  EXPECT_FLOAT_EQ(manager.GetCrossfade().GetPosition(), 1440.0f / 3072.0f);
+}
+
+// One thread plays blocks while another starts fades as fast as the state
+// machine lets it. The pointers must always name three distinct chains (or
+// the nulls of their state), no fade may be cut short or restarted, and
+// ThreadSanitizer must see no race.
+TEST(ZORAPOProcessManager, FadesStartedFromAnotherThreadNeverRaceTheAudioThread) {
+  constexpr int kFades = 150;
+  ZORAPOProcessManager manager;
+  ManualClock clock(1000);
+  manager.SetClock(&clock);  // never stale: no flush interferes
+  manager.Initialize(2, 2, kRate, 0, kLocationSfx);
+
+  std::atomic<bool> done{false};
+  std::atomic<int> blocks{0};
+  std::atomic<bool> fadeCutShort{false};
+  std::thread audio([&] {
+    const std::vector<float> input = Noise(2 * 256, 15);
+    std::vector<float> output(2 * 256);
+    float previous = manager.GetCrossfade().GetPosition();
+    while (!done.load()) {
+      uint32_t in = 256;
+      uint32_t out = 256;
+      manager.Process(input.data(), &in, output.data(), &out, false);
+      const float position = manager.GetCrossfade().GetPosition();
+      // Within a fade the position only rises; it starts again only from a
+      // finished fade.
+      if (position < previous && previous < 1.0f) {
+        fadeCutShort = true;
+      }
+      previous = position;
+      ++blocks;
+    }
+  });
+
+  int started = 0;
+  bool distinct = true;
+  while (started < kFades) {
+    if (manager.GetState() != ManagerState_Steady) {
+      std::this_thread::yield();
+      continue;
+    }
+    const auto steady = manager.GetChainPointers();
+    if (steady.state == ManagerState_Steady) {
+      distinct &= steady.fadeIn == nullptr && steady.active != steady.prepared &&
+                  steady.active != steady.spare && steady.prepared != steady.spare &&
+                  steady.active && steady.prepared && steady.spare;
+    }
+    ASSERT_TRUE(manager.SwitchState(ManagerState_Fading));
+    ++started;
+    const auto fading = manager.GetChainPointers();
+    if (fading.state == ManagerState_Fading) {
+      distinct &= fading.spare == nullptr && fading.active != fading.fadeIn &&
+                  fading.active != fading.prepared && fading.fadeIn != fading.prepared &&
+                  fading.active && fading.fadeIn && fading.prepared;
+    }
+  }
+  while (manager.GetState() != ManagerState_Steady) {
+    std::this_thread::yield();
+  }
+  done = true;
+  audio.join();
+
+  EXPECT_TRUE(distinct);
+  EXPECT_FALSE(fadeCutShort);
+  // Each fade of 3072 frames takes 12 blocks of 256.
+  EXPECT_GE(blocks.load(), kFades * 12);
+}
+
+TEST(ZORAPOProcessManager, SteadyStateAllocatesNothingOnTheAudioThread) {
+  for (const auto& [channelsIn, channelsOut] : {std::pair{2u, 2u}, std::pair{6u, 2u}}) {
+    ZORAPOProcessManager manager;
+    ManualClock clock(1000);
+    manager.SetClock(&clock);
+    manager.Initialize(channelsIn, channelsOut, kRate, 0, kLocationSfx);
+    const std::vector<float> input = Noise(480 * channelsIn, 16);
+    std::vector<float> output(480 * channelsOut);
+    auto block = [&] {
+      uint32_t in = 480;
+      uint32_t out = 480;
+      manager.Process(input.data(), &in, output.data(), &out, false);
+    };
+    auto fade = [&] {
+      ASSERT_TRUE(manager.SwitchState(ManagerState_Fading));
+      while (manager.GetState() != ManagerState_Steady) {
+        block();
+      }
+    };
+    // The first block and the first fade size the stores, as does the first
+    // flush.
+    block();
+    fade();
+    clock.Advance(400);
+    block();
+
+    velapo::test::AllocationCounter allocations;
+    for (int i = 0; i < 20; ++i) {
+      block();
+    }
+    fade();
+    clock.Advance(400);
+    block();  // stale: flushes
+    EXPECT_EQ(allocations.Count(), 0u) << channelsIn << " to " << channelsOut;
+  }
+}
