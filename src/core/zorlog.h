@@ -57,6 +57,16 @@ constexpr bool IsOperatorAt(std::string_view text, size_t at, size_t componentSt
   return (at == componentStart || text[at - 1] == ':') && text.substr(at).starts_with("operator");
 }
 
+// Length of an anonymous namespace qualifier at `at` (GCC and Clang spell it
+// differently), or 0.
+constexpr size_t AnonymousNamespaceAt(std::string_view text, size_t at) {
+  for (const std::string_view marker : {std::string_view("{anonymous}::"),
+                                        std::string_view("(anonymous namespace)::")}) {
+    if (text.substr(at).starts_with(marker)) return marker.size();
+  }
+  return 0;
+}
+
 constexpr NameSpan FindFunctionName(std::string_view signature) {
   size_t start = 0;
   int templateDepth = 0;
@@ -77,22 +87,34 @@ constexpr NameSpan FindFunctionName(std::string_view signature) {
       if (c == ' ' || ((c == '*' || c == '&') && i == start)) {
         start = i + 1;
       } else if (c == '(') {
-        if (i != start) return {start, i};
-        start = i + 1;  // "(*" of a function returning a function pointer
+        if (const size_t skip = AnonymousNamespaceAt(signature, i)) {
+          i += skip - 1;
+        } else if (i != start) {
+          return {start, i};
+        } else {
+          start = i + 1;  // "(*" of a function returning a function pointer
+        }
       }
     }
   }
   return {start, signature.size()};
 }
 
-// Copies the name without template argument lists ("ZORFoo<int>::Bar" gives
-// "ZORFoo::Bar"); sink receives each kept character.
+// Copies the name without template argument lists and anonymous namespaces
+// ("ZORFoo<int>::Bar" gives "ZORFoo::Bar"); sink receives each kept character.
 template <typename Sink>
 constexpr void ForEachNameChar(std::string_view signature, Sink&& sink) {
   const NameSpan span = FindFunctionName(signature);
   int templateDepth = 0;
   size_t componentStart = span.begin;
   for (size_t i = span.begin; i < span.end; ++i) {
+    if (templateDepth == 0 && i == componentStart) {
+      if (const size_t skip = AnonymousNamespaceAt(signature, i)) {
+        i += skip - 1;
+        componentStart = i + 1;
+        continue;
+      }
+    }
     const char c = signature[i];
     if (templateDepth == 0 && IsOperatorAt(signature, i, componentStart)) {
       for (; i < span.end; ++i) sink(signature[i]);

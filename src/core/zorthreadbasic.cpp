@@ -26,13 +26,13 @@ ZORThreadBasic::ZORThreadBasic()
 ZORThreadBasic::~ZORThreadBasic() { ZORThreadBasic::Stop(kDefaultStopWaitMs); }
 
 bool ZORThreadBasic::Start(IZORThreadBasicWorker* worker) {
+  if (m_thread.Holds()) {
+    ZOR_LOG("thread %u is still held; Stop it first\n", m_thread.Id());
+    return false;
+  }
   if (worker != nullptr) m_pWorker = worker;
   if (m_pWorker == nullptr) {
     ZOR_LOG("no worker to run\n");
-    return false;
-  }
-  if (m_thread.Holds()) {
-    ZOR_LOG("thread %u is still held; Stop it first\n", m_thread.Id());
     return false;
   }
   m_stopEvent->Reset();

@@ -45,7 +45,8 @@ class ZORThreadBasic {
   // on Windows, left to run on unowned on POSIX, which has no safe way to kill
   // it; either way its exit code reads kExitRunFailed and Stop returns after
   // the wait. Then the thread and the worker are forgotten. The stop event
-  // stays signalled until the next Start. Never from the worker itself.
+  // stays signalled until the next Start. Called by the worker itself it only
+  // sets the stop event, since it cannot wait for its own end.
   virtual void Stop(uint32_t waitMs = 0);
 
   bool IsStarted() const { return m_thread.Holds(); }   // between Start and Stop

@@ -37,7 +37,11 @@ class WideWriter {
       : m_buffer(buffer), m_limit(capacity - 1) {}
 
   void Put(char16_t unit) {
-    if (m_length < m_limit) m_buffer[m_length++] = unit;
+    if (m_length < m_limit) {
+      m_buffer[m_length++] = unit;
+    } else {
+      m_cut = true;
+    }
   }
   void Put(std::u16string_view units) {
     for (const char16_t unit : units) Put(unit);
@@ -49,6 +53,10 @@ class WideWriter {
     for (int i = 0; i < count; ++i) Put(u' ');
   }
   size_t Finish() {
+    // A cut line does not end in half a surrogate pair.
+    if (m_cut && m_length > 0 && m_buffer[m_length - 1] >= 0xD800 && m_buffer[m_length - 1] <= 0xDBFF) {
+      --m_length;
+    }
     m_buffer[m_length] = u'\0';
     return m_length;
   }
@@ -57,6 +65,7 @@ class WideWriter {
   char16_t* m_buffer;
   size_t m_limit;  // units before the terminator
   size_t m_length = 0;
+  bool m_cut = false;
 };
 
 bool IsDigit(char16_t unit) { return unit >= u'0' && unit <= u'9'; }

@@ -12,7 +12,8 @@ using ThreadEntry = unsigned (*)(void* arg);
 uint32_t CurrentThreadId();
 
 // One OS thread at the platform's default stack size. The object is owned by
-// one thread, which alone calls its operations.
+// one thread, which alone calls Start, Join and Terminate; the started thread
+// may also call Holds, Id and Running on it while it runs.
 //
 // A Thread holds its thread from Start until Join has seen it end or until
 // Terminate; while it holds one, Start refuses to start another. Destroying a

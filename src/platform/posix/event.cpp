@@ -32,21 +32,42 @@ struct WaitNode {
 
 }  // namespace
 
-// The signalled flag is the event's whole state for Set, Reset and polling,
-// so those never block. Only a thread that has to sleep registers, and Set
-// takes the registry lock only when someone has. Set stores the flag before
-// it looks at the waiter count, and a waiter counts itself before it looks at
-// the flag (all sequentially consistent), so at least one of the two sees the
-// other and no Set is ever missed.
+// Set, Reset and polling work on one atomic word that holds the signalled
+// flag (bit 0) and the number of threads blocked in a wait (the other bits),
+// so they never block. A sleeping waiter registers under the registry lock;
+// Set raises the flag with one compare-and-swap when the count is zero, and
+// otherwise raises it under the registry lock and wakes the waiters. Flag and
+// count change in one word, so a Set never misses a waiter that has just
+// registered. Once a Set has made the flag visible it touches nothing more
+// outside the registry lock, which any waiter must take before it leaves: a
+// thread that saw the event signalled may destroy it at once.
 struct Event::State {
-  State(bool manualReset, bool signalledAtStart) : manual(manualReset), signalled(signalledAtStart) {}
+  static constexpr uint32_t kSignalled = 1;
+  static constexpr uint32_t kOneWaiter = 2;
+
+  State(bool manualReset, bool signalledAtStart)
+      : manual(manualReset), word(signalledAtStart ? kSignalled : 0) {}
 
   // Takes the signal: an auto-reset event is consumed by exactly one taker.
   bool TryTake() {
-    if (!signalled.load()) return false;
-    if (manual) return true;
-    bool expected = true;
-    return signalled.compare_exchange_strong(expected, false);
+    uint32_t current = word.load();
+    if (manual) return (current & kSignalled) != 0;
+    while ((current & kSignalled) != 0) {
+      if (word.compare_exchange_weak(current, current & ~kSignalled)) return true;
+    }
+    return false;
+  }
+
+  void Set() {
+    uint32_t current = word.load();
+    while (current < kOneWaiter) {
+      if (word.compare_exchange_weak(current, current | kSignalled)) return;
+    }
+    const std::lock_guard<std::mutex> lock(registryMutex);
+    word.fetch_or(kSignalled);
+    // Every waiter looks again; for an auto-reset event only one wins the
+    // flag and the others sleep on.
+    for (WaitNode* node = waiters; node != nullptr; node = node->next) node->waiter->Notify();
   }
 
   void Register(WaitNode& node) {
@@ -55,7 +76,7 @@ struct Event::State {
     node.next = waiters;
     if (waiters != nullptr) waiters->prev = &node;
     waiters = &node;
-    waiterCount.fetch_add(1);
+    word.fetch_add(kOneWaiter);
   }
 
   void Unregister(WaitNode& node) {
@@ -66,19 +87,11 @@ struct Event::State {
       waiters = node.next;
     }
     if (node.next != nullptr) node.next->prev = node.prev;
-    waiterCount.fetch_sub(1);
-  }
-
-  void WakeWaiters() {
-    // Every waiter looks again; for an auto-reset event only one wins the
-    // flag and the others sleep on.
-    const std::lock_guard<std::mutex> lock(registryMutex);
-    for (WaitNode* node = waiters; node != nullptr; node = node->next) node->waiter->Notify();
+    word.fetch_sub(kOneWaiter);
   }
 
   const bool manual;
-  std::atomic<bool> signalled;
-  std::atomic<uint32_t> waiterCount{0};
+  std::atomic<uint32_t> word;
   std::mutex registryMutex;
   WaitNode* waiters = nullptr;  // guarded by registryMutex
 };
@@ -88,12 +101,9 @@ Event::Event(EventReset reset, bool initiallySignalled)
 
 Event::~Event() = default;
 
-void Event::Set() {
-  m_state->signalled.store(true);
-  if (m_state->waiterCount.load() != 0) m_state->WakeWaiters();
-}
+void Event::Set() { m_state->Set(); }
 
-void Event::Reset() { m_state->signalled.store(false); }
+void Event::Reset() { m_state->word.fetch_and(~State::kSignalled); }
 
 bool Event::Wait(uint32_t timeoutMs) {
   if (timeoutMs == 0) return m_state->TryTake();  // the audio thread's poll

@@ -65,20 +65,21 @@ Thread::~Thread() {
 
 bool Thread::Start(ThreadEntry entry, void* arg) {
   if (m_state || entry == nullptr) return false;
-  auto state = std::make_shared<State>();
-  state->entry = entry;
-  state->arg = arg;
+  // Published before the thread runs, so that the thread itself may ask this
+  // object for its id.
+  m_state = std::make_shared<State>();
+  m_state->entry = entry;
+  m_state->arg = arg;
   try {
-    state->thread = std::thread(RunThread, state);
+    m_state->thread = std::thread(RunThread, m_state);
   } catch (const std::system_error&) {
+    m_state.reset();
     return false;
   }
   // The id is the kernel's, known only once the thread runs; it is there
   // within microseconds.
-  std::unique_lock<std::mutex> lock(state->mutex);
-  state->changed.wait(lock, [&state] { return state->id != 0; });
-  lock.unlock();
-  m_state = std::move(state);
+  std::unique_lock<std::mutex> lock(m_state->mutex);
+  m_state->changed.wait(lock, [this] { return m_state->id != 0; });
   return true;
 }
 

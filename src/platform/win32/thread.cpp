@@ -39,7 +39,9 @@ bool Thread::Start(ThreadEntry entry, void* arg) {
   if (m_state || entry == nullptr) return false;
   auto* start = new StartRecord{entry, arg};
   unsigned id = 0;
-  const uintptr_t handle = ::_beginthreadex(nullptr, 0, RunThread, start, 0, &id);
+  // Created suspended and resumed once its handle and id are stored, so that
+  // the thread itself may ask this object for them.
+  const uintptr_t handle = ::_beginthreadex(nullptr, 0, RunThread, start, CREATE_SUSPENDED, &id);
   if (handle == 0) {
     delete start;
     return false;
@@ -47,6 +49,7 @@ bool Thread::Start(ThreadEntry entry, void* arg) {
   m_state = std::make_shared<State>();
   m_state->handle = reinterpret_cast<HANDLE>(handle);
   m_state->id = id;
+  ::ResumeThread(m_state->handle);
   return true;
 }
 

@@ -1,0 +1,160 @@
+#include "core/zorlog.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <string_view>
+
+#include "core/zorapoutils.h"
+#include "support/zorlogcapture.h"
+
+namespace {
+
+std::string Prefix(int line, const char* function) {
+  return std::string(__FILE__) + "(" + std::to_string(line) + ") | " + function + " | ";
+}
+
+template <size_t N>
+std::string NameOf(const char (&signature)[N]) {
+  std::string name;
+  zor::logdetail::ForEachNameChar(std::string_view(signature, N - 1),
+                                  [&name](char c) { name.push_back(c); });
+  return name;
+}
+
+void FreeFunctionLogs() { ZOR_LOG("free\n"); }
+
+}  // namespace
+
+class LogProbe {
+ public:
+  static int LogNarrow() {
+    const int line = __LINE__; ZOR_LOG("value %d of %s\n", 7, "seven");
+    return line;
+  }
+  static int LogWide() {
+    const int line = __LINE__; ZOR_LOGW(u"value %d of %s and %hs\n", 7, u"s\u00E9ven", "eight");
+    return line;
+  }
+  static void FromLambda() {
+    [] { ZOR_LOG("lambda\n"); }();
+  }
+  void operator()() const { ZOR_LOG("call\n"); }
+};
+
+template <typename T>
+struct TemplatedProbe {
+  static void Log() { ZOR_LOG("templated\n"); }
+};
+
+namespace velapo_test {
+void NamespacedLogs() { ZOR_LOG("namespaced\n"); }
+}  // namespace velapo_test
+
+TEST(ZORLog, NarrowLineIsPrefixedWithFileLineAndFunction) {
+  ZORLogCapture log;
+  const int line = LogProbe::LogNarrow();
+  ASSERT_EQ(log.Lines().size(), 1u);
+  EXPECT_EQ(log.Lines()[0], Prefix(line, "LogProbe::LogNarrow") + "value 7 of seven\n");
+}
+
+TEST(ZORLog, WideLineHasTheSameFormWithWindowsStringConventions) {
+  ZORLogCapture log;
+  const int line = LogProbe::LogWide();
+  ASSERT_EQ(log.Lines().size(), 1u);
+  EXPECT_EQ(log.Lines()[0], Prefix(line, "LogProbe::LogWide") + "value 7 of s\xC3\xA9ven and eight\n");
+}
+
+TEST(ZORLog, FunctionNamesComeOutAsClassAndMethod) {
+  ZORLogCapture log;
+  LogProbe::FromLambda();
+  LogProbe{}();
+  TemplatedProbe<std::string>::Log();
+  FreeFunctionLogs();
+  velapo_test::NamespacedLogs();
+  const auto lines = log.Lines();
+  ASSERT_EQ(lines.size(), 5u);
+  EXPECT_NE(lines[0].find(") | LogProbe::FromLambda | lambda\n"), std::string::npos) << lines[0];
+  EXPECT_NE(lines[1].find(") | LogProbe::operator() | call\n"), std::string::npos) << lines[1];
+  EXPECT_NE(lines[2].find(") | TemplatedProbe::Log | templated\n"), std::string::npos) << lines[2];
+  EXPECT_NE(lines[3].find(") | FreeFunctionLogs | free\n"), std::string::npos) << lines[3];
+  EXPECT_NE(lines[4].find(") | velapo_test::NamespacedLogs | namespaced\n"), std::string::npos)
+      << lines[4];
+}
+
+TEST(ZORLog, NameIsFoundInEitherCompilersSignatures) {
+  EXPECT_EQ(NameOf("static bool ZORFoo::Bar(T) [with T = int]"), "ZORFoo::Bar");
+  EXPECT_EQ(NameOf("std::pair<int, int> ZORFoo<char>::Pairs(const std::vector<int>&) const"),
+            "ZORFoo::Pairs");
+  EXPECT_EQ(NameOf("ZORFoo::Bar<int>(int)::<lambda()>"), "ZORFoo::Bar");
+  EXPECT_EQ(NameOf("auto ZORFoo::Bar()::(anonymous class)::operator()() const"), "ZORFoo::Bar");
+  EXPECT_EQ(NameOf("ZORFoo::operator bool() const"), "ZORFoo::operator bool");
+  EXPECT_EQ(NameOf("bool ZORFoo::operator<(const ZORFoo&) const"), "ZORFoo::operator<");
+  EXPECT_EQ(NameOf("virtual ZORFoo::~ZORFoo()"), "ZORFoo::~ZORFoo");
+  EXPECT_EQ(NameOf("void (* ZORFoo::Callback())(int)"), "ZORFoo::Callback");
+  EXPECT_EQ(NameOf("void {anonymous}::Helper(int)"), "Helper");
+  EXPECT_EQ(NameOf("void (anonymous namespace)::Helper(int)"), "Helper");
+  EXPECT_EQ(NameOf("int main()"), "main");
+}
+
+TEST(ZORLog, EmptyMessageLeavesThePrefixAlone) {
+  ZORLogCapture log;
+  const ZORLogSite site{"file.cpp", 12, "ZORFoo::Bar"};
+  ZORLogNarrow(site, "%s", "");
+  ZORLogWide(site, u"");
+  EXPECT_EQ(log.Lines(), (std::vector<std::string>{"file.cpp(12) | ZORFoo::Bar | ",
+                                                   "file.cpp(12) | ZORFoo::Bar | "}));
+}
+
+TEST(ZORLog, LongMessagesAreCutToTheBufferAndTerminated) {
+  ZORLogCapture log;
+  const ZORLogSite site{"f.cpp", -3, "ZORFoo::Bar"};
+  const std::string prefix = "f.cpp(-3) | ZORFoo::Bar | ";
+  const std::string longText(5000, 'x');
+  const std::u16string longWide(5000, u'w');
+  ZORLogNarrow(site, "%s", longText.c_str());
+  ZORLogWide(site, u"%s", longWide.c_str());
+  // A line that ends in a character outside the basic plane is cut before
+  // it, never through its surrogate pair.
+  std::u16string pairs;
+  for (int i = 0; i < 2000; ++i) pairs += u"\U0001F600";
+  ZORLogWide(site, u"%s", pairs.c_str());
+  const auto lines = log.Lines();
+  ASSERT_EQ(lines.size(), 3u);
+  EXPECT_EQ(lines[0], prefix + std::string(kZORLogBufferUnits - 1 - prefix.size(), 'x'));
+  EXPECT_EQ(lines[1], prefix + std::string(kZORLogBufferUnits - 1 - prefix.size(), 'w'));
+  const size_t pairsThatFit = (kZORLogBufferUnits - 1 - prefix.size()) / 2;
+  std::string expectedPairs;
+  for (size_t i = 0; i < pairsThatFit; ++i) expectedPairs += "\xF0\x9F\x98\x80";
+  EXPECT_EQ(lines[2], prefix + expectedPairs);
+}
+
+TEST(ZORLog, NullSiteFieldsAndFormatsAreHarmless) {
+  ZORLogCapture log;
+  const ZORLogSite site{nullptr, 0, nullptr};
+  ZORLogNarrow(site, nullptr);
+  ZORLogWide(site, nullptr);
+  EXPECT_EQ(log.Lines(), (std::vector<std::string>{"(0) |  | ", "(0) |  | "}));
+}
+
+TEST(ZORAPOUtils, VersionBannerWritesFiveLines) {
+  ZORLogCapture log;
+  ZORAPOUtils::PrintVersionBanner("velapo-host", "0.1.0", "Nov 22 2025");
+  const auto lines = log.Lines();
+  ASSERT_EQ(lines.size(), 5u);
+  const std::string rule(67, '*');
+  const char* expected[] = {
+      "*******************************************************************\n",
+      "  Name       Version     Built \n",
+      "  VEL APO    4.0.19.0      Tue Aug 14 13:17:11 2018    \n",
+      "  velapo-host     0.1.0      Nov 22 2025    \n",
+      "*******************************************************************\n",
+  };
+  EXPECT_EQ(std::string(expected[0]), rule + "\n");
+  for (size_t i = 0; i < lines.size(); ++i) {
+    const std::string marker = " | ZORAPOUtils::PrintVersionBanner | ";
+    const size_t at = lines[i].find(marker);
+    ASSERT_NE(at, std::string::npos) << lines[i];
+    EXPECT_EQ(lines[i].substr(at + marker.size()), expected[i]);
+  }
+}

@@ -1,0 +1,190 @@
+#include "core/zorthreadbasic.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+
+#include "support/zorlogcapture.h"
+
+using zor::os::Event;
+using zor::os::EventReset;
+using zor::os::kInfinite;
+
+namespace {
+
+constexpr uint32_t kMustNotTimeOutMs = 10000;
+
+// Waits for the stop event, as every well-behaved worker does.
+class StopAwareWorker : public IZORThreadBasicWorker {
+ public:
+  bool Run(ZORThreadBasic& thread, Event& stopEvent) override {
+    runs.fetch_add(1);
+    stopWasSignalledAtStart = stopEvent.Wait(0);
+    ranOn = &thread;
+    started.Set();
+    stopSeen = stopEvent.Wait(kMustNotTimeOutMs);
+    return result;
+  }
+
+  Event started{EventReset::Auto};
+  std::atomic<int> runs{0};
+  std::atomic<bool> stopWasSignalledAtStart{false};
+  std::atomic<bool> stopSeen{false};
+  std::atomic<ZORThreadBasic*> ranOn{nullptr};
+  bool result = true;
+};
+
+// Returns at once, before anyone asks it to stop.
+class EarlyReturnWorker : public IZORThreadBasicWorker {
+ public:
+  bool Run(ZORThreadBasic&, Event&) override {
+    returning.Set();
+    return false;
+  }
+  Event returning{EventReset::Manual};
+};
+
+// Ignores the stop event until the test lets it go; then checks that the
+// stop event it was handed is still there and signalled.
+class StubbornWorker : public IZORThreadBasicWorker {
+ public:
+  bool Run(ZORThreadBasic&, Event& stopEvent) override {
+    started.Set();
+    release.Wait(kInfinite);
+    stopStillSignalled = stopEvent.Wait(0);
+    finished.Set();
+    return true;
+  }
+  Event started{EventReset::Manual};
+  Event release{EventReset::Manual};
+  Event finished{EventReset::Manual};
+  std::atomic<bool> stopStillSignalled{false};
+};
+
+// Asks its own thread to stop, which must not wait for itself.
+class SelfStoppingWorker : public IZORThreadBasicWorker {
+ public:
+  bool Run(ZORThreadBasic& thread, Event& stopEvent) override {
+    thread.Stop(0);
+    stopSet = stopEvent.Wait(0);
+    done.Set();
+    return true;
+  }
+  Event done{EventReset::Manual};
+  std::atomic<bool> stopSet{false};
+};
+
+}  // namespace
+
+TEST(ZORThreadBasic, StopWithoutAThreadDoesNothing) {
+  ZORThreadBasic thread;
+  thread.Stop(0);
+  thread.Stop(1);
+  EXPECT_FALSE(thread.IsStarted());
+  EXPECT_EQ(thread.ThreadId(), 0u);
+  EXPECT_EQ(thread.ExitCode(), 0u);
+  EXPECT_FALSE(thread.StopEvent().Wait(0));
+}
+
+TEST(ZORThreadBasic, WorkerThatHonoursTheStopEventEndsWithItsResult) {
+  ZORThreadBasic thread;
+  StopAwareWorker worker;
+  ASSERT_TRUE(thread.Start(&worker));
+  ASSERT_TRUE(worker.started.Wait(kMustNotTimeOutMs));
+  EXPECT_TRUE(thread.IsStarted());
+  EXPECT_TRUE(thread.IsRunning());
+  EXPECT_NE(thread.ThreadId(), 0u);
+  EXPECT_EQ(worker.ranOn.load(), &thread);
+  EXPECT_FALSE(worker.stopWasSignalledAtStart);
+  thread.Stop(0);
+  EXPECT_TRUE(worker.stopSeen);
+  EXPECT_EQ(thread.ExitCode(), ZORThreadBasic::kExitRunSucceeded);
+  EXPECT_FALSE(thread.IsStarted());
+  EXPECT_EQ(thread.ThreadId(), 0u);
+  EXPECT_TRUE(thread.StopEvent().Wait(0));  // stays signalled until the next Start
+
+  worker.result = false;
+  ASSERT_TRUE(thread.Start(&worker));
+  ASSERT_TRUE(worker.started.Wait(kMustNotTimeOutMs));
+  EXPECT_FALSE(worker.stopWasSignalledAtStart);  // Start reset it
+  thread.Stop(0);
+  EXPECT_EQ(thread.ExitCode(), ZORThreadBasic::kExitRunFailed);
+  EXPECT_EQ(worker.runs.load(), 2);
+}
+
+TEST(ZORThreadBasic, StopForgetsTheWorkerSoANullStartFails) {
+  ZORLogCapture log;
+  ZORThreadBasic thread;
+  StopAwareWorker worker;
+  EXPECT_FALSE(thread.Start(nullptr));  // never had one
+  ASSERT_TRUE(thread.Start(&worker));
+  ASSERT_TRUE(worker.started.Wait(kMustNotTimeOutMs));
+  EXPECT_FALSE(thread.Start(&worker));  // still held: Stop first
+  EXPECT_TRUE(log.Contains("ZORThreadBasic::Start | thread "));
+  thread.Stop(0);
+  EXPECT_FALSE(thread.Start(nullptr));
+  EXPECT_FALSE(thread.IsStarted());
+  EXPECT_EQ(log.Count("ZORThreadBasic::Start | no worker to run\n"), 2u);
+  EXPECT_EQ(worker.runs.load(), 1);
+}
+
+TEST(ZORThreadBasic, WorkerThatReturnsEarlyKeepsTheThreadUntilStop) {
+  ZORThreadBasic thread;
+  EarlyReturnWorker worker;
+  ASSERT_TRUE(thread.Start(&worker));
+  ASSERT_TRUE(worker.returning.Wait(kMustNotTimeOutMs));
+  EXPECT_TRUE(thread.IsStarted());
+  EXPECT_NE(thread.ThreadId(), 0u);
+  thread.Stop(0);
+  EXPECT_FALSE(thread.IsStarted());
+  EXPECT_EQ(thread.ExitCode(), ZORThreadBasic::kExitRunFailed);
+}
+
+TEST(ZORThreadBasic, WorkerThatIgnoresTheStopEventIsGivenUpAfterTheWait) {
+  ZORLogCapture log;
+  StubbornWorker worker;
+  {
+    ZORThreadBasic thread;
+    ASSERT_TRUE(thread.Start(&worker));
+    ASSERT_TRUE(worker.started.Wait(kMustNotTimeOutMs));
+    thread.Stop(50);
+    EXPECT_FALSE(thread.IsStarted());
+    EXPECT_EQ(thread.ExitCode(), ZORThreadBasic::kExitRunFailed);
+    EXPECT_EQ(log.Count("ZORThreadBasic::Stop | thread "), 1u);
+    EXPECT_TRUE(log.Contains(" ignored the stop event for 50 ms and was "));
+  }
+  if (log.Contains("was abandoned")) {
+    // No forced termination here: with its owner gone, the worker must still
+    // find its stop event, signalled, and end cleanly once it wakes.
+    worker.release.Set();
+    ASSERT_TRUE(worker.finished.Wait(kMustNotTimeOutMs));
+    EXPECT_TRUE(worker.stopStillSignalled);
+  } else {
+    EXPECT_TRUE(log.Contains("was terminated"));
+  }
+}
+
+TEST(ZORThreadBasic, DestructorStopsARunningWorker) {
+  StopAwareWorker worker;
+  {
+    ZORThreadBasic thread;
+    ASSERT_TRUE(thread.Start(&worker));
+    ASSERT_TRUE(worker.started.Wait(kMustNotTimeOutMs));
+  }
+  EXPECT_TRUE(worker.stopSeen);
+}
+
+TEST(ZORThreadBasic, StopFromItsOwnWorkerDoesNotWaitForItself) {
+  ZORLogCapture log;
+  ZORThreadBasic thread;
+  SelfStoppingWorker worker;
+  ASSERT_TRUE(thread.Start(&worker));
+  ASSERT_TRUE(worker.done.Wait(kMustNotTimeOutMs));
+  EXPECT_TRUE(worker.stopSet);
+  EXPECT_TRUE(thread.IsStarted());  // the owner collects it
+  EXPECT_TRUE(log.Contains("ZORThreadBasic::Stop | called by its own worker"));
+  thread.Stop(0);
+  EXPECT_FALSE(thread.IsStarted());
+  EXPECT_EQ(thread.ExitCode(), ZORThreadBasic::kExitRunSucceeded);
+}

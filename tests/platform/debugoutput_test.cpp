@@ -1,0 +1,142 @@
+#include "platform/debugoutput.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <deque>
+#include <mutex>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "support/zorlogcapture.h"
+
+namespace {
+
+struct Recorder {
+  std::mutex mutex;
+  std::vector<std::pair<std::string, bool>> lines;
+
+  static void Receive(void* context, const char* utf8Line, bool wasWide) {
+    auto* self = static_cast<Recorder*>(context);
+    const std::lock_guard<std::mutex> lock(self->mutex);
+    self->lines.emplace_back(utf8Line, wasWide);
+  }
+};
+
+}  // namespace
+
+TEST(DebugOutput, SinkReceivesNarrowAndWideLinesAsUtf8) {
+  Recorder recorder;
+  const zor::os::DebugSinkBinding previous =
+      zor::os::ExchangeDebugSink(&Recorder::Receive, &recorder);
+  zor::os::DebugOutputNarrow("plain line\n");
+  zor::os::DebugOutputWide(u"wide \u00E9\U0001F600\n");
+  zor::os::DebugOutputNarrow(nullptr);
+  const zor::os::DebugSinkBinding mine =
+      zor::os::ExchangeDebugSink(previous.sink, previous.context);
+  EXPECT_EQ(mine.sink, &Recorder::Receive);
+  EXPECT_EQ(mine.context, &recorder);
+  zor::os::DebugOutputNarrow("after restore\n");  // not ours any more
+  ASSERT_EQ(recorder.lines.size(), 2u);
+  EXPECT_EQ(recorder.lines[0], std::make_pair(std::string("plain line\n"), false));
+  EXPECT_EQ(recorder.lines[1],
+            std::make_pair(std::string("wide \xC3\xA9\xF0\x9F\x98\x80\n"), true));
+}
+
+TEST(DebugOutput, CapturesNestAndRestoreTheOuterOne) {
+  ZORLogCapture outer;
+  zor::os::DebugOutputNarrow("first\n");
+  {
+    ZORLogCapture inner;
+    zor::os::DebugOutputNarrow("second\n");
+    EXPECT_EQ(inner.Lines(), std::vector<std::string>{"second\n"});
+    inner.Clear();
+    EXPECT_TRUE(inner.Lines().empty());
+  }
+  zor::os::DebugOutputWide(u"third\n");
+  EXPECT_EQ(outer.Lines(), (std::vector<std::string>{"first\n", "third\n"}));
+  EXPECT_TRUE(outer.Contains("thi"));
+  EXPECT_EQ(outer.Count("ir"), 2u);
+  EXPECT_FALSE(outer.Contains("second"));
+}
+
+TEST(DebugOutput, ReplacedSinkIsNeverEnteredOnceTheExchangeReturns) {
+  // Contexts are kept (never freed) and marked retired, so a late call is
+  // seen in every build, not only under the sanitizers.
+  struct Context {
+    std::atomic<bool> retired{false};
+    std::atomic<bool> calledWhileRetired{false};
+    std::atomic<int> lines{0};
+  };
+  const auto receive = [](void* context, const char*, bool) {
+    auto* self = static_cast<Context*>(context);
+    if (self->retired) self->calledWhileRetired = true;
+    self->lines.fetch_add(1);
+  };
+  Context idle;  // takes the lines between rounds
+  const zor::os::DebugSinkBinding original = zor::os::ExchangeDebugSink(receive, &idle);
+  std::atomic<bool> stop{false};
+  std::vector<std::thread> writers;
+  for (int i = 0; i < 2; ++i) {
+    writers.emplace_back([&stop, i] {
+      while (!stop) {
+        if (i == 0) {
+          zor::os::DebugOutputNarrow("x");
+        } else {
+          zor::os::DebugOutputWide(u"y");
+        }
+      }
+    });
+  }
+  std::deque<Context> contexts;
+  int totalLines = 0;
+  for (int round = 0; round < 300; ++round) {
+    Context& context = contexts.emplace_back();
+    zor::os::ExchangeDebugSink(receive, &context);
+    std::this_thread::yield();
+    zor::os::ExchangeDebugSink(receive, &idle);
+    context.retired = true;
+    totalLines += context.lines.load();
+  }
+  // Swallow the writers' remaining lines in a sink that ignores them.
+  zor::os::ExchangeDebugSink([](void*, const char*, bool) {}, nullptr);
+  stop = true;
+  for (std::thread& writer : writers) writer.join();
+  zor::os::ExchangeDebugSink(original.sink, original.context);
+  for (const Context& context : contexts) EXPECT_FALSE(context.calledWhileRetired);
+  EXPECT_GT(totalLines, 0);
+}
+
+#if !defined(_WIN32)
+TEST(DebugOutput, DefaultWritesWholeLinesToStandardError) {
+  testing::internal::CaptureStderr();
+  std::vector<std::thread> writers;
+  for (int t = 0; t < 4; ++t) {
+    writers.emplace_back([t] {
+      const std::string line = std::string(200, static_cast<char>('a' + t)) + "\n";
+      for (int i = 0; i < 50; ++i) {
+        if (i % 2 == 0) {
+          zor::os::DebugOutputNarrow(line.c_str());
+        } else {
+          const std::u16string wide(line.begin(), line.end());
+          zor::os::DebugOutputWide(wide.c_str());
+        }
+      }
+    });
+  }
+  for (std::thread& writer : writers) writer.join();
+  const std::string output = testing::internal::GetCapturedStderr();
+  std::istringstream lines(output);
+  std::string line;
+  int count = 0;
+  while (std::getline(lines, line)) {
+    ++count;
+    ASSERT_EQ(line.size(), 200u);
+    EXPECT_EQ(line, std::string(200, line[0]));
+  }
+  EXPECT_EQ(count, 200);
+}
+#endif
