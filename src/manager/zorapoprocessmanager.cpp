@@ -53,7 +53,7 @@ bool ZORAPOProcessManager::Initialize(uint32_t chIn, uint32_t chOut, uint32_t nS
   m_flushBuffer.assign(static_cast<size_t>(FlushFrames()) * std::max(chIn, chOut), 0.0f);
 
   PrepareChains();
-  m_worker.Start(this);
+  m_worker.Start(&m_workerBody);
   return true;
 }
 
@@ -83,7 +83,14 @@ void ZORAPOProcessManager::PrepareChains() {
   m_xfade.Init(m_nSampleRate, kFadeTime, static_cast<uint64_t>(GetLatency()));
 }
 
-void ZORAPOProcessManager::UpdateWorkspace(ZORAPOProcessChain* /*chain*/) {}
+void ZORAPOProcessManager::UpdateWorkspace(ZORAPOProcessChain* chain) {
+  // Until chains are constructed from the endpoint's configuration, only a
+  // builder makes them; without one every chain stays unbuilt and passes
+  // audio on its bypass path.
+  if (m_pChainBuilder != nullptr) {
+    m_pChainBuilder->BuildChain(*chain);
+  }
+}
 
 // Steady -> Fading: the prepared chain starts to fade in, the spare becomes
 // the next candidate. Fading -> Steady: the faded-in chain plays and the old
@@ -248,7 +255,11 @@ void ZORAPOProcessManager::StaleTest(bool bSilentInput) {
   m_bFlushing = false;
 }
 
-bool ZORAPOProcessManager::Run(ZORThreadBasic& /*thread*/, zor::os::Event& stopEvent) {
+bool ZORAPOProcessManager::Worker::Run(ZORThreadBasic& /*thread*/, zor::os::Event& stopEvent) {
+  return m_owner.RunWorker(stopEvent);
+}
+
+bool ZORAPOProcessManager::RunWorker(zor::os::Event& stopEvent) {
   TimeDelta stopwatch;
   stopwatch.Start(*m_pClock);
   zor::os::Event* const untilSteady[] = {&stopEvent, &m_hSteadyEvent};

@@ -10,6 +10,17 @@
 #include "platform/criticalsection.h"
 #include "platform/event.h"
 
+// Builds a chain for the manager's stream. The manager builds its chains from
+// the endpoint's configuration; an embedder that runs stages of its own puts
+// a builder in instead. Called on the configuration thread in Initialize, on
+// the worker, and on the audio thread when a stale stream refreshes the chain
+// being faded in; never on a chain that plays.
+class IZORAPOChainBuilder {
+ public:
+  virtual ~IZORAPOChainBuilder() = default;
+  virtual void BuildChain(ZORAPOProcessChain& chain) = 0;
+};
+
 enum ManagerState : uint32_t {
   ManagerState_Fading = 0,
   ManagerState_Steady = 1,
@@ -28,7 +39,7 @@ enum ManagerState : uint32_t {
 // the audio thread calls Process; the worker (started by Initialize) builds
 // chains and starts fades. Process takes no lock but m_chainLock, once at the
 // end of each fade, and never waits.
-class ZORAPOProcessManager : public IZORThreadBasicWorker {
+class ZORAPOProcessManager {
  public:
   // Crossfade length and flush margin, in units of 10 ns.
   static constexpr uint64_t kFadeTime = 6400000;       // 64 ms
@@ -41,7 +52,7 @@ class ZORAPOProcessManager : public IZORThreadBasicWorker {
   static constexpr uint32_t kLocationOmfx = 5;
 
   ZORAPOProcessManager();
-  ~ZORAPOProcessManager() override;
+  ~ZORAPOProcessManager();
   ZORAPOProcessManager(const ZORAPOProcessManager&) = delete;
   ZORAPOProcessManager& operator=(const ZORAPOProcessManager&) = delete;
 
@@ -79,6 +90,10 @@ class ZORAPOProcessManager : public IZORThreadBasicWorker {
   // restores the system clock. Restarts the stopwatch. Configuration thread.
   void SetClock(IZORPerformanceClock* clock);
 
+  // Replaces the construction of chains from the configuration; null
+  // restores it. Not owned. Configuration thread, before Initialize.
+  void SetChainBuilder(IZORAPOChainBuilder* builder) { m_pChainBuilder = builder; }
+
   // The four chain pointers and the state, read together under the lock, for
   // tracing and tests.
   struct ChainPointers {
@@ -92,16 +107,25 @@ class ZORAPOProcessManager : public IZORThreadBasicWorker {
 
   const ZORXFadeFunction& GetCrossfade() const { return m_xfade; }
 
-  // The worker: turns each update request into a crossfade. Worker thread.
-  bool Run(ZORThreadBasic& thread, zor::os::Event& stopEvent) override;
-
- protected:
-  // Builds `chain` for the stream's current settings. Until chains can be
-  // constructed from a configuration every chain stays unbuilt and passes
-  // audio on its bypass path, so there is nothing to assemble yet.
-  virtual void UpdateWorkspace(ZORAPOProcessChain* chain);
-
  private:
+  // The worker's entry. A member of its own rather than a base of the
+  // manager: the thread calls it virtually, and it must stay intact while
+  // the manager's destructor stops the thread.
+  class Worker : public IZORThreadBasicWorker {
+   public:
+    explicit Worker(ZORAPOProcessManager& owner) : m_owner(owner) {}
+    bool Run(ZORThreadBasic& thread, zor::os::Event& stopEvent) override;
+
+   private:
+    ZORAPOProcessManager& m_owner;
+  };
+
+  // Turns each update request into a crossfade. Worker thread.
+  bool RunWorker(zor::os::Event& stopEvent);
+
+  // Builds `chain` for the stream's current settings.
+  void UpdateWorkspace(ZORAPOProcessChain* chain);
+
   // The blocks of one Process call. Their stores keep their capacity, so
   // steady state allocates nothing; the flush nests one call, which gets the
   // second set.
@@ -146,5 +170,7 @@ class ZORAPOProcessManager : public IZORThreadBasicWorker {
   ProcessBlocks m_blocks[2];
   uint32_t m_processDepth = 0;
   std::vector<float> m_flushBuffer;  // sized by Initialize, so a flush allocates nothing
+  IZORAPOChainBuilder* m_pChainBuilder = nullptr;
+  Worker m_workerBody{*this};
   ZORThreadBasic m_worker;
 };

@@ -89,30 +89,45 @@ class IdentityBlockStage : public ZORAudioProcessBlock {
   uint32_t m_block;
 };
 
-// A manager whose chains a test can build, and whose chain builds it counts.
-class TestManager : public ZORAPOProcessManager {
+// Builds the manager's chains with a function of the test's, and counts the
+// builds. Atomic counters: builds run on the worker and the audio thread too.
+class TestBuilder : public IZORAPOChainBuilder {
  public:
-  std::function<void(ZORAPOProcessChain*)> builder;
+  void BuildChain(ZORAPOProcessChain& chain) override {
+    ++updates;
+    if (&chain == m_manager->GetChainPointers().fadeIn) {
+      ++updatesOfFadingChain;
+    }
+    if (build) {
+      build(&chain);
+    }
+  }
+  void Attach(ZORAPOProcessManager& manager) {
+    m_manager = &manager;
+    manager.SetChainBuilder(this);
+  }
+  std::function<void(ZORAPOProcessChain*)> build;
   std::atomic<int> updates{0};
   std::atomic<int> updatesOfFadingChain{0};
 
- protected:
-  void UpdateWorkspace(ZORAPOProcessChain* chain) override {
-    ++updates;
-    if (chain == GetChainPointers().fadeIn) {
-      ++updatesOfFadingChain;
-    }
-    if (builder) {
-      builder(chain);
-    }
-  }
+ private:
+  ZORAPOProcessManager* m_manager = nullptr;
+};
+
+// A manager whose chains the test builds. The builder is the first base, so
+// it is destroyed only after the manager has stopped its worker.
+struct BuilderHolder {
+  TestBuilder builder;
+};
+struct TestManager : BuilderHolder, ZORAPOProcessManager {
+  TestManager() { builder.Attach(*this); }
 };
 
 // Builds every chain with one RecordingStage of its own at `channels`.
 struct RecordingChains {
   std::map<const ZORAPOProcessChain*, std::unique_ptr<RecordingStage>> stages;
-  void Install(TestManager& manager, uint32_t channels) {
-    manager.builder = [this, channels](ZORAPOProcessChain* chain) {
+  void Install(TestBuilder& builder, uint32_t channels) {
+    builder.build = [this, channels](ZORAPOProcessChain* chain) {
       auto& stage = stages[chain];
       if (!stage) {
         stage = std::make_unique<RecordingStage>();
@@ -166,7 +181,7 @@ TEST(ZORAPOProcessManager, BeforeInitializeNothingIsPreparedAndLatencyIsZero) {
 TEST(ZORAPOProcessManager, ZeroFrameBlockRunsTheWholePath) {
   TestManager manager;
   RecordingChains chains;
-  chains.Install(manager, 2);
+  chains.Install(manager.builder, 2);
   ASSERT_TRUE(manager.Initialize(2, 2, kRate, 0, kLocationSfx));
   std::vector<float> input(2, 1.0f);
   auto [output, frames] = RunBlock(manager, input, 0, 0, 2);
@@ -192,7 +207,7 @@ TEST(ZORAPOProcessManager, FewerFramesFromTheChainShrinkTheOutputAndLeaveTheRest
   {
     TestManager manager;
     RecordingChains chains;
-    chains.Install(manager, 2);
+    chains.Install(manager.builder, 2);
     manager.Initialize(2, 2, kRate, 0, kLocationSfx);
     chains.Of(manager.GetChainPointers().active).keepFrames = 300;
     const std::vector<float> input = Noise(960, 2);
@@ -216,7 +231,7 @@ TEST(ZORAPOProcessManager, FewerFramesFromTheChainShrinkTheOutputAndLeaveTheRest
 TEST(ZORAPOProcessManager, MuteZeroesTheOutputWhileTheChainGoesOn) {
   TestManager manager;
   RecordingChains chains;
-  chains.Install(manager, 2);
+  chains.Install(manager.builder, 2);
   manager.Initialize(2, 2, kRate, 0, kLocationSfx);
   const RecordingStage& stage = chains.Of(manager.GetChainPointers().active);
   const std::vector<float> input = Noise(960, 4);
@@ -283,7 +298,7 @@ TEST_P(ZORAPOProcessManagerBlockAdaption, DelaysAnImpulseByTwoBlocks) {
   const uint32_t hostFrames = GetParam();
   TestManager manager;
   std::map<const ZORAPOProcessChain*, std::unique_ptr<IdentityBlockStage>> stages;
-  manager.builder = [&stages](ZORAPOProcessChain* chain) {
+  manager.builder.build = [&stages](ZORAPOProcessChain* chain) {
     auto& stage = stages[chain];
     stage = std::make_unique<IdentityBlockStage>(kBlock);
     stage->Init(2, kRate);
@@ -381,7 +396,7 @@ TEST(ZORAPOProcessManager, WorkerTurnsUpdatesIntoOneFadeAtATime) {
   zor::os::Event switched(zor::os::EventReset::Auto);
   manager.SetClientEvent(&switched);
   manager.Initialize(2, 2, kRate, 0, kLocationSfx);
-  const int afterPrepare = manager.updates.load();
+  const int afterPrepare = manager.builder.updates.load();
   EXPECT_EQ(afterPrepare, 2) << "the active and the prepared chain";
   const auto start = manager.GetChainPointers();
 
@@ -392,7 +407,7 @@ TEST(ZORAPOProcessManager, WorkerTurnsUpdatesIntoOneFadeAtATime) {
   const auto fading = manager.GetChainPointers();
   EXPECT_EQ(fading.state, ManagerState_Fading);
   EXPECT_EQ(fading.fadeIn, start.prepared);
-  EXPECT_EQ(manager.updates.load(), afterPrepare + 2) << "the fading chain and the next candidate";
+  EXPECT_EQ(manager.builder.updates.load(), afterPrepare + 2) << "the fading chain and the next candidate";
 
   // Two requests during the fade wait for its end and make one more fade.
   manager.RequestUpdate();
@@ -406,13 +421,13 @@ TEST(ZORAPOProcessManager, WorkerTurnsUpdatesIntoOneFadeAtATime) {
   EXPECT_EQ(second.state, ManagerState_Fading);
   EXPECT_EQ(second.active, start.prepared);
   EXPECT_EQ(second.fadeIn, fading.prepared);
-  EXPECT_EQ(manager.updates.load(), afterPrepare + 4);
+  EXPECT_EQ(manager.builder.updates.load(), afterPrepare + 4);
 }
 
 TEST(ZORAPOProcessManager, StaleAfterMoreThan300MillisecondsAndFlushesLatencyPlus20Ms) {
   TestManager manager;
   RecordingChains chains;
-  chains.Install(manager, 2);
+  chains.Install(manager.builder, 2);
   ManualClock clock(1000);  // one tick per millisecond
   manager.SetClock(&clock);
   manager.Initialize(2, 2, kRate, 0, kLocationSfx);
@@ -456,7 +471,7 @@ TEST(ZORAPOProcessManager, CounterArithmeticWrapsAsTheEngineDoes) {
   // So a 500 ms gap does not flush a stream on a 10 MHz clock.
   TestManager manager;
   RecordingChains chains;
-  chains.Install(manager, 1);
+  chains.Install(manager.builder, 1);
   ManualClock clock(10000000);
   manager.SetClock(&clock);
   manager.Initialize(1, 1, kRate, 0, kLocationSfx);
@@ -472,7 +487,7 @@ TEST(ZORAPOProcessManager, OffloadLocationsFlushOnlySilentBlocksButRestartTheSto
   for (uint32_t location : {4u, 5u}) {
     TestManager manager;
     RecordingChains chains;
-    chains.Install(manager, 2);
+    chains.Install(manager.builder, 2);
     ManualClock clock(1000);
     manager.SetClock(&clock);
     manager.Initialize(2, 2, kRate, 0, location);
@@ -501,7 +516,7 @@ TEST(ZORAPOProcessManager, OffloadLocationsFlushOnlySilentBlocksButRestartTheSto
 TEST(ZORAPOProcessManager, FlushDoesNotFlushAgainFromItsOwnPass) {
   TestManager manager;
   RecordingChains chains;
-  chains.Install(manager, 2);
+  chains.Install(manager.builder, 2);
   ManualClock clock(1000);
   manager.SetClock(&clock);
   manager.Initialize(2, 2, kRate, 0, kLocationSfx);
@@ -529,7 +544,7 @@ TEST(ZORAPOProcessManager, StaleDuringAFadeRebuildsTheFadingChain) {
   ASSERT_EQ(manager.GetCrossfade().GetPosition(), 0.0f);
   clock.Advance(1000);
   RunBlock(manager, input, 480, 480, 2);
-  EXPECT_EQ(manager.updatesOfFadingChain.load(), 1);
+  EXPECT_EQ(manager.builder.updatesOfFadingChain.load(), 1);
   // The flush (960 frames) and the block (480) both moved the fade on.
   EXPECT_FLOAT_EQ(manager.GetCrossfade().GetPosition(), 1440.0f / 3072.0f);
 }
