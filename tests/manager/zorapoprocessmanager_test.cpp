@@ -13,6 +13,7 @@
 
 #include "allocationcounter.h"
 #include "audio/zoraudioprocessblock.h"
+#include "platform/clock.h"
 #include "support/zorlogcapture.h"
 
 namespace {
@@ -467,6 +468,12 @@ TEST(ZORAPOProcessManager, CounterArithmeticWrapsAsTheEngineDoes) {
   ASSERT_TRUE(ZORElapsedMilliseconds32(int64_t{5} << 32 | 10, (int64_t{4} << 32) | 0xFFFFFFF0u, 1000, ms));
   EXPECT_EQ(ms, 26u);
   EXPECT_FALSE(ZORElapsedMilliseconds32(10, 0, int64_t{1} << 32, ms)) << "low bits of 0";
+
+  // The platform clock's frequency keeps a stall of 400 ms within reach.
+  int64_t frequency = 0;
+  ASSERT_TRUE(zor::os::QueryFrequency(frequency));
+  ASSERT_TRUE(ZORElapsedMilliseconds32(frequency * 400 / 1000, 0, frequency, ms));
+  EXPECT_EQ(ms, 400u);
 
   // So a 500 ms gap does not flush a stream on a 10 MHz clock.
   TestManager manager;
