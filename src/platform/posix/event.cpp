@@ -32,9 +32,9 @@ struct WaitNode {
 
 }  // namespace
 
-// Set, Reset and polling work on one atomic word that holds the signalled
-// flag (bit 0) and the number of threads blocked in a wait (the other bits),
-// so they never block. A sleeping waiter registers under the registry lock;
+// The event is one atomic word that holds the signalled flag (bit 0) and the
+// number of threads blocked in a wait (the other bits), so Reset and polling
+// never block. A sleeping waiter registers under the registry lock;
 // Set raises the flag with one compare-and-swap when the count is zero, and
 // otherwise raises it under the registry lock and wakes the waiters. Flag and
 // count change in one word, so a Set never misses a waiter that has just
