@@ -85,7 +85,25 @@ void ProcessBlockAdaption(benchmark::State& state) {
 
 }  // namespace
 
+// The in-place folds of the downmix stage, on a block of their own width.
+void MixInPlace(benchmark::State& state, ZORMixInPlaceKernel kernel, uint32_t channels) {
+  const std::vector<float> source = Noise(size_t{kHostFrames} * channels);
+  std::vector<float> block(source.size());
+  for (auto _ : state) {
+    // Refilled each time, so that every run folds the same audio; the copy
+    // is the CopyBlock floor of the same width.
+    std::memcpy(block.data(), source.data(), source.size() * sizeof(float));
+    kernel(block.data(), kHostFrames);
+    benchmark::DoNotOptimize(block.data());
+    benchmark::ClobberMemory();
+  }
+  state.SetItemsProcessed(static_cast<int64_t>(state.iterations()) * kHostFrames);
+}
+
 BENCHMARK_CAPTURE(Mix, 6to2, &ZORMix51ToStereo, 6, 2);
+BENCHMARK_CAPTURE(MixInPlace, 6to2_in_place, &ZORMixInPlace51ToStereo, 6);
+BENCHMARK_CAPTURE(MixInPlace, 2to1_in_place, &ZORMixInPlaceStereoToMono, 2);
+BENCHMARK_CAPTURE(MixInPlace, 1to2_in_place, &ZORMixInPlaceMonoToBoth, 2);
 BENCHMARK_CAPTURE(Mix, 8to6, &ZORMix71To51, 8, 6);
 BENCHMARK(CopyBlock)->Arg(6)->Arg(8)->Arg(2);
 BENCHMARK(ProcessBlockAdaption)->Arg(0)->Arg(128)->Arg(480);

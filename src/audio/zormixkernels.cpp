@@ -87,6 +87,51 @@ void Run(const float* __restrict source, float* __restrict target, uint32_t fram
   }
 }
 
+// In place, one frame at a time: every read of a frame comes before its writes.
+struct InPlace51ToStereo {
+  static constexpr size_t kStride = 6;
+  static void Frame(float* a) {
+    a[0] = (a[2] + a[4]) * k + a[0];
+    a[1] = (a[2] + a[5]) * k + a[1];
+    a[2] = 0.0f;
+    a[3] = 0.0f;
+    a[4] = 0.0f;
+    a[5] = 0.0f;
+  }
+};
+
+struct InPlaceStereoToMono {
+  static constexpr size_t kStride = 2;
+  static void Frame(float* a) {
+    a[0] = (a[1] + a[0]) * k;
+    a[1] = 0.0f;
+  }
+};
+
+struct InPlaceMonoToBoth {
+  static constexpr size_t kStride = 2;
+  static void Frame(float* a) { a[1] = a[0]; }
+};
+
+// audio thread
+template <typename Mix>
+void RunInPlace(float* block, uint32_t frames) {
+  if (block == nullptr) {
+    return;
+  }
+  size_t f = 0;
+  for (; f + 4 <= frames; f += 4) {
+    float* a = block + f * Mix::kStride;
+    Mix::Frame(a);
+    Mix::Frame(a + Mix::kStride);
+    Mix::Frame(a + 2 * Mix::kStride);
+    Mix::Frame(a + 3 * Mix::kStride);
+  }
+  for (; f < frames; ++f) {
+    Mix::Frame(block + f * Mix::kStride);
+  }
+}
+
 struct KernelEntry {
   uint32_t inputChannels;
   uint32_t outputChannels;
@@ -131,4 +176,16 @@ ZORMixKernel ZORFindMixKernel(uint32_t inputChannels, uint32_t outputChannels) {
     }
   }
   return nullptr;
+}
+
+void ZORMixInPlace51ToStereo(float* block, uint32_t frames) {
+  RunInPlace<InPlace51ToStereo>(block, frames);
+}
+
+void ZORMixInPlaceStereoToMono(float* block, uint32_t frames) {
+  RunInPlace<InPlaceStereoToMono>(block, frames);
+}
+
+void ZORMixInPlaceMonoToBoth(float* block, uint32_t frames) {
+  RunInPlace<InPlaceMonoToBoth>(block, frames);
 }

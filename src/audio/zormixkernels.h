@@ -37,3 +37,13 @@ void ZORMixMonoToStereo(const float* source, float* target, uint32_t frames);
 // The kernel from `inputChannels` to `outputChannels`, or null for a pair
 // without one.
 ZORMixKernel ZORFindMixKernel(uint32_t inputChannels, uint32_t outputChannels);
+
+// In-place kernels, on a block whose frame stride is fixed by the kernel
+// (not by the block's channel count): 6 for 5.1 to stereo, which leaves the
+// result in places 0 and 1 and silences 2 to 5; 2 for the other two, which
+// work on pairs of a wider block alike.
+using ZORMixInPlaceKernel = void (*)(float* block, uint32_t frames);
+
+void ZORMixInPlace51ToStereo(float* block, uint32_t frames);
+void ZORMixInPlaceStereoToMono(float* block, uint32_t frames);
+void ZORMixInPlaceMonoToBoth(float* block, uint32_t frames);

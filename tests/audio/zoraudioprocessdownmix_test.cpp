@@ -1,0 +1,158 @@
+#include "audio/zoraudioprocessdownmix.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <vector>
+
+#include "audio/zoraudiodatafloat.h"
+#include "audio/zormixkernels.h"
+
+namespace {
+
+constexpr float k = 0.707f;
+
+std::vector<float> Noise(size_t count, uint32_t seed) {
+  std::mt19937 random(seed);
+  std::uniform_real_distribution<float> sample(-2.0f, 2.0f);
+  std::vector<float> out(count);
+  for (float& s : out) {
+    s = sample(random);
+  }
+  return out;
+}
+
+ZORAudioDataFloat Block(const std::vector<float>& samples, uint32_t channels) {
+  ZORAudioDataFloat block;
+  block.AssignMemory(samples.data(), static_cast<uint32_t>(samples.size() / channels), channels,
+                     true, 48000);
+  return block;
+}
+
+std::vector<float> Samples(ZORAudioDataFloat& block) {
+  const float* p = block.GetData(false, true);
+  std::vector<float> out(p, p + block.GetSampleCount());
+  block.ReleaseData();
+  return out;
+}
+
+}  // namespace
+
+TEST(ZORMixInPlaceKernels, MatchTheFormulasForEveryTailLength) {
+  for (uint32_t frames = 0; frames < 10; ++frames) {
+    {
+      std::vector<float> a = Noise(frames * 6 + 6, frames);
+      const std::vector<float> in = a;
+      ZORMixInPlace51ToStereo(a.data(), frames);
+      for (uint32_t f = 0; f < frames; ++f) {
+        const float* x = &in[f * 6];
+        ASSERT_EQ(a[f * 6 + 0], (x[2] + x[4]) * k + x[0]);
+        ASSERT_EQ(a[f * 6 + 1], (x[2] + x[5]) * k + x[1]);
+        for (int c = 2; c < 6; ++c) {
+          ASSERT_EQ(a[f * 6 + c], 0.0f);
+        }
+      }
+      for (size_t i = frames * 6; i < a.size(); ++i) {
+        ASSERT_EQ(a[i], in[i]) << "nothing past the frames is touched";
+      }
+    }
+    {
+      std::vector<float> a = Noise(frames * 2 + 2, 100 + frames);
+      const std::vector<float> in = a;
+      ZORMixInPlaceStereoToMono(a.data(), frames);
+      for (uint32_t f = 0; f < frames; ++f) {
+        ASSERT_EQ(a[f * 2], (in[f * 2 + 1] + in[f * 2]) * k);
+        ASSERT_EQ(a[f * 2 + 1], 0.0f);
+      }
+      EXPECT_EQ(a[frames * 2], in[frames * 2]);
+    }
+    {
+      std::vector<float> a = Noise(frames * 2 + 2, 200 + frames);
+      const std::vector<float> in = a;
+      ZORMixInPlaceMonoToBoth(a.data(), frames);
+      for (uint32_t f = 0; f < frames; ++f) {
+        ASSERT_EQ(a[f * 2], in[f * 2]);
+        ASSERT_EQ(a[f * 2 + 1], in[f * 2]);
+      }
+      EXPECT_EQ(a[frames * 2 + 1], in[frames * 2 + 1]);
+    }
+  }
+}
+
+TEST(ZORAudioProcessDownmix, FoldsByModeAndKeepsTheChannelCount) {
+  ZORAudioProcessDownmix downmix;
+  EXPECT_TRUE(downmix.Init(6, 48000));
+  EXPECT_EQ(downmix.GetMode(), 1u);
+  EXPECT_EQ(downmix.GetLatency(), 0u);
+
+  // All channels at 1.0: 2.414 in front, no limiting of any kind.
+  ZORAudioDataFloat surround = Block(std::vector<float>(6 * 5, 1.0f), 6);
+  downmix.Process(&surround);
+  ASSERT_EQ(surround.GetChannels(), 6u);
+  const std::vector<float> folded = Samples(surround);
+  for (uint32_t f = 0; f < 5; ++f) {
+    EXPECT_EQ(folded[f * 6], (1.0f + 1.0f) * k + 1.0f);
+    EXPECT_FLOAT_EQ(folded[f * 6 + 1], 2.414f);
+    for (int c = 2; c < 6; ++c) {
+      EXPECT_EQ(folded[f * 6 + c], 0.0f);
+    }
+  }
+
+  // The LFE alone never reaches the fold.
+  std::vector<float> lfe(6 * 3, 0.0f);
+  for (uint32_t f = 0; f < 3; ++f) {
+    lfe[f * 6 + 3] = 1.0f;
+  }
+  ZORAudioDataFloat lfeBlock = Block(lfe, 6);
+  downmix.Process(&lfeBlock);
+  EXPECT_EQ(Samples(lfeBlock), std::vector<float>(18, 0.0f));
+
+  // Too few channels for the mode, bypass, and an unknown mode leave the
+  // block alone.
+  const std::vector<float> four = Noise(4 * 8, 1);
+  ZORAudioDataFloat fourBlock = Block(four, 4);
+  downmix.Process(&fourBlock);
+  EXPECT_EQ(Samples(fourBlock), four);
+
+  const std::vector<float> six = Noise(6 * 8, 2);
+  ZORAudioDataFloat bypassed = Block(six, 6);
+  downmix.SetBypass(true);
+  downmix.Process(&bypassed);
+  EXPECT_EQ(Samples(bypassed), six);
+  downmix.SetBypass(false);
+  downmix.SetMode(9);
+  downmix.Process(&bypassed);
+  EXPECT_EQ(Samples(bypassed), six);
+
+  // Stereo to mono of 1.0 and 1.0 gives 1.414; mono to both copies left.
+  ZORAudioDataFloat stereo = Block({1.0f, 1.0f, 0.5f, -0.25f}, 2);
+  downmix.SetMode(ZORAudioProcessDownmix::Mode_StereoToMono);
+  downmix.Process(&stereo);
+  const std::vector<float> mono = Samples(stereo);
+  EXPECT_FLOAT_EQ(mono[0], 1.414f);
+  EXPECT_EQ(mono[1], 0.0f);
+  EXPECT_EQ(mono[2], (-0.25f + 0.5f) * k);
+
+  ZORAudioDataFloat pair = Block({0.3f, -0.7f, 0.1f, 0.9f}, 2);
+  downmix.SetMode(ZORAudioProcessDownmix::Mode_MonoToBoth);
+  downmix.Process(&pair);
+  EXPECT_EQ(Samples(pair), (std::vector<float>{0.3f, 0.3f, 0.1f, 0.1f}));
+
+  // An empty block stays empty.
+  ZORAudioDataFloat empty;
+  empty.Allocate(0, 2, 48000);
+  downmix.Process(&empty);
+  EXPECT_EQ(empty.GetFrames(), 0u);
+}
+
+TEST(ZORAudioProcessDownmix, OffersNoControls) {
+  ZORAudioProcessDownmix downmix;
+  std::vector<ZORUTSControlInfo> controls(3);
+  EXPECT_EQ(downmix.EnumControls(controls), 0u);
+  EXPECT_TRUE(controls.empty());
+  ZORUTSValue value;
+  EXPECT_FALSE(downmix.GetControl(value));
+  EXPECT_FALSE(downmix.SetControl(value));
+  EXPECT_EQ(downmix.PassThroughFirst(1, nullptr, 0), 0);
+  EXPECT_EQ(downmix.PassThroughSecond(1, nullptr, 0), 0);
+}
