@@ -81,6 +81,22 @@ std::basic_string_view<CharT> UpToNul(const std::basic_string<CharT>& text) {
   return std::basic_string_view<CharT>(text.c_str());
 }
 
+struct TypeNames {
+  const char* narrow;
+  const char16_t* wide;
+};
+constexpr TypeNames kTypeNames[] = {
+    {"Long", u"Long"},
+    {"Int", u"Int"},
+    {"Short", u"Short"},
+    {"Float", u"Float"},
+    {"Double", u"Double"},
+    {"Bool", u"Bool"},
+    {"ASCII String", u"ASCII String"},
+    {"Wide String", u"Wide String"},
+    {"Byte Array Signed", u"Byte Array Signed"},
+    {"Byte Array Unsigned", u"Byte Array Unsigned"},
+};
 }  // namespace
 
 // ---- VELAnyVal: "no value" ----
@@ -92,8 +108,12 @@ std::unique_ptr<VELAnyVal> VELAnyVal::Clone() const {
 uint32_t VELAnyVal::GetData(void*, uint32_t) const { return 0; }
 bool VELAnyVal::GetAString(std::string&) const { return false; }
 bool VELAnyVal::GetWString(std::u16string&) const { return false; }
-const char* VELAnyVal::GetTypeName() const { return ""; }
-const char16_t* VELAnyVal::GetTypeNameW() const { return u""; }
+const char* VELAnyVal::GetTypeName() const {
+  return (m_type >= 0 && m_type <= VEL_ANYVAL_BINARYUC) ? kTypeNames[m_type].narrow : "";
+}
+const char16_t* VELAnyVal::GetTypeNameW() const {
+  return (m_type >= 0 && m_type <= VEL_ANYVAL_BINARYUC) ? kTypeNames[m_type].wide : u"";
+}
 bool VELAnyVal::IsEqual(const VELAnyVal*) const { return false; }
 
 // ---- numbers and bool ----
@@ -120,34 +140,6 @@ bool VELAnyValNumber<T, Code>::GetWString(std::u16string& text) const {
   return NumberText(m_value, text);
 }
 
-namespace {
-struct TypeNames {
-  const char* narrow;
-  const char16_t* wide;
-};
-constexpr TypeNames kTypeNames[] = {
-    {"Long", u"Long"},
-    {"Int", u"Int"},
-    {"Short", u"Short"},
-    {"Float", u"Float"},
-    {"Double", u"Double"},
-    {"Bool", u"Bool"},
-    {"ASCII String", u"ASCII String"},
-    {"Wide String", u"Wide String"},
-    {"Byte Array Signed", u"Byte Array Signed"},
-    {"Byte Array Unsigned", u"Byte Array Unsigned"},
-};
-}  // namespace
-
-template <typename T, int32_t Code>
-const char* VELAnyValNumber<T, Code>::GetTypeName() const {
-  return kTypeNames[Code].narrow;
-}
-
-template <typename T, int32_t Code>
-const char16_t* VELAnyValNumber<T, Code>::GetTypeNameW() const {
-  return kTypeNames[Code].wide;
-}
 
 template <typename T, int32_t Code>
 bool VELAnyValNumber<T, Code>::IsEqual(const VELAnyVal* other) const {
@@ -163,88 +155,68 @@ template class VELAnyValNumber<float, VEL_ANYVAL_FLOAT>;
 template class VELAnyValNumber<double, VEL_ANYVAL_DOUBLE>;
 template class VELAnyValNumber<uint8_t, VEL_ANYVAL_BOOL>;
 
-// ---- narrow string ----
+// ---- text ----
 
-uint32_t VELAnyValAString::GetSize() const { return static_cast<uint32_t>(m_value.size()); }
-
-std::unique_ptr<VELAnyVal> VELAnyValAString::Clone() const {
-  return std::make_unique<VELAnyValAString>(*this);
+template <typename CharT, int32_t Code>
+uint32_t VELAnyValText<CharT, Code>::GetSize() const {
+  return static_cast<uint32_t>(m_value.size() * sizeof(CharT));
 }
 
-uint32_t VELAnyValAString::GetData(void* destination, uint32_t capacity) const {
-  const uint32_t size = GetSize();
-  if (destination == nullptr || capacity < size) return 0;
-  if (size != 0) std::memcpy(destination, m_value.data(), size);
-  return size;
+template <typename CharT, int32_t Code>
+std::unique_ptr<VELAnyVal> VELAnyValText<CharT, Code>::Clone() const {
+  return std::make_unique<VELAnyValText>(*this);
 }
 
-bool VELAnyValAString::GetAString(std::string& text) const {
-  text = m_value;
-  return true;
-}
-
-bool VELAnyValAString::GetWString(std::u16string& text) const {
-  text.clear();
-  // The conversion reads a C string and writes at most one unit per byte.
-  std::u16string wide = zor::os::NarrowToWide(UpToNul(m_value));
-  if (wide.size() > m_value.size()) wide.resize(m_value.size());
-  text.assign(UpToNul(wide));
-  return !text.empty();
-}
-
-const char* VELAnyValAString::GetTypeName() const { return kTypeNames[VEL_ANYVAL_ASTRING].narrow; }
-const char16_t* VELAnyValAString::GetTypeNameW() const {
-  return kTypeNames[VEL_ANYVAL_ASTRING].wide;
-}
-
-bool VELAnyValAString::IsEqual(const VELAnyVal* other) const {
-  const auto* same = SameKind(*this, other);
-  // Own full length against the other read as a C string.
-  return same != nullptr && std::string_view(m_value) == UpToNul(same->m_value);
-}
-
-// ---- wide string ----
-
-uint32_t VELAnyValWString::GetSize() const {
-  return static_cast<uint32_t>(m_value.size() * sizeof(char16_t));
-}
-
-std::unique_ptr<VELAnyVal> VELAnyValWString::Clone() const {
-  return std::make_unique<VELAnyValWString>(*this);
-}
-
-uint32_t VELAnyValWString::GetData(void* destination, uint32_t capacity) const {
+template <typename CharT, int32_t Code>
+uint32_t VELAnyValText<CharT, Code>::GetData(void* destination, uint32_t capacity) const {
   const uint32_t size = GetSize();
   if (destination == nullptr || capacity < size) return 0;
   auto* out = static_cast<unsigned char*>(destination);
-  for (size_t i = 0; i < m_value.size(); ++i) StoreLittleEndian(m_value[i], out + 2 * i);
+  for (size_t i = 0; i < m_value.size(); ++i) {
+    StoreLittleEndian(m_value[i], out + i * sizeof(CharT));
+  }
   return size;
 }
 
-bool VELAnyValWString::GetAString(std::string& text) const {
-  text.clear();
-  // Room for three bytes per unit; anything longer is cut, not refused.
-  std::string narrow = zor::os::WideToNarrow(UpToNul(m_value));
-  const size_t limit = m_value.size() * 3;
-  if (narrow.size() > limit) narrow.resize(limit);
-  text.assign(UpToNul(narrow));
-  return !text.empty();
+template <typename CharT, int32_t Code>
+bool VELAnyValText<CharT, Code>::GetAString(std::string& text) const {
+  if constexpr (std::is_same_v<CharT, char>) {
+    text = m_value;
+    return true;
+  } else {
+    text.clear();
+    // Room for three bytes per unit; anything longer is cut, not refused.
+    std::string narrow = zor::os::WideToNarrow(UpToNul(m_value));
+    const size_t limit = m_value.size() * 3;
+    if (narrow.size() > limit) narrow.resize(limit);
+    text.assign(UpToNul(narrow));
+    return !text.empty();
+  }
 }
 
-bool VELAnyValWString::GetWString(std::u16string& text) const {
-  text = m_value;
-  return true;
+template <typename CharT, int32_t Code>
+bool VELAnyValText<CharT, Code>::GetWString(std::u16string& text) const {
+  if constexpr (std::is_same_v<CharT, char16_t>) {
+    text = m_value;
+    return true;
+  } else {
+    text.clear();
+    // At most one unit per byte, as a buffer of the narrow length holds.
+    std::u16string wide = zor::os::NarrowToWide(UpToNul(m_value));
+    if (wide.size() > m_value.size()) wide.resize(m_value.size());
+    text.assign(UpToNul(wide));
+    return !text.empty();
+  }
 }
 
-const char* VELAnyValWString::GetTypeName() const { return kTypeNames[VEL_ANYVAL_WSTRING].narrow; }
-const char16_t* VELAnyValWString::GetTypeNameW() const {
-  return kTypeNames[VEL_ANYVAL_WSTRING].wide;
-}
-
-bool VELAnyValWString::IsEqual(const VELAnyVal* other) const {
+template <typename CharT, int32_t Code>
+bool VELAnyValText<CharT, Code>::IsEqual(const VELAnyVal* other) const {
   const auto* same = SameKind(*this, other);
-  return same != nullptr && std::u16string_view(m_value) == UpToNul(same->m_value);
+  return same != nullptr && std::basic_string_view<CharT>(m_value) == UpToNul(same->m_value);
 }
+
+template class VELAnyValText<char, VEL_ANYVAL_ASTRING>;
+template class VELAnyValText<char16_t, VEL_ANYVAL_WSTRING>;
 
 // ---- byte arrays ----
 
@@ -281,16 +253,6 @@ template <typename Byte, int32_t Code>
 bool VELAnyValBinary<Byte, Code>::GetWString(std::u16string& text) const {
   HexText(m_value, text);
   return true;
-}
-
-template <typename Byte, int32_t Code>
-const char* VELAnyValBinary<Byte, Code>::GetTypeName() const {
-  return kTypeNames[Code].narrow;
-}
-
-template <typename Byte, int32_t Code>
-const char16_t* VELAnyValBinary<Byte, Code>::GetTypeNameW() const {
-  return kTypeNames[Code].wide;
 }
 
 template <typename Byte, int32_t Code>

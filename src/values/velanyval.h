@@ -49,7 +49,8 @@ class VELAnyVal {
   // Text forms. On failure the result is false; see each kind for the rules.
   virtual bool GetAString(std::string& text) const;
   virtual bool GetWString(std::u16string& text) const;
-  // Static names, e.g. "Long", "Wide String"; empty for "no value".
+  // Static names, e.g. "Long", "Wide String"; empty for "no value". The
+  // name follows from the kind code, so the kinds share this one.
   virtual const char* GetTypeName() const;
   virtual const char16_t* GetTypeNameW() const;
   // Same dynamic class, same kind code, same payload (kind by kind rules).
@@ -78,8 +79,6 @@ class VELAnyValNumber : public VELAnyVal {
   uint32_t GetData(void* destination, uint32_t capacity) const override;
   bool GetAString(std::string& text) const override;
   bool GetWString(std::u16string& text) const override;
-  const char* GetTypeName() const override;
-  const char16_t* GetTypeNameW() const override;
   bool IsEqual(const VELAnyVal* other) const override;
 
  private:
@@ -101,52 +100,38 @@ extern template class VELAnyValNumber<float, VEL_ANYVAL_FLOAT>;
 extern template class VELAnyValNumber<double, VEL_ANYVAL_DOUBLE>;
 extern template class VELAnyValNumber<uint8_t, VEL_ANYVAL_BOOL>;
 
-// Narrow text in the platform's multibyte encoding (UTF-8 on Linux). The
+// Text: narrow in the platform's multibyte encoding (UTF-8 on Linux), or
+// wide as UTF-16 code units on every platform (GetSize is units * 2). The
 // constructor takes the string by move and leaves the source empty.
-class VELAnyValAString : public VELAnyVal {
+// The text of the same form is the payload as it is; the other form is
+// converted as the platform converts, reading the payload as a C string, and
+// answers false when the conversion leaves nothing, e.g. for empty text.
+template <typename CharT, int32_t Code>
+class VELAnyValText : public VELAnyVal {
  public:
-  explicit VELAnyValAString(std::string&& text)
-      : VELAnyVal(VEL_ANYVAL_ASTRING), m_value(std::move(text)) {}
-  VELAnyValAString(const VELAnyValAString&) = default;
+  explicit VELAnyValText(std::basic_string<CharT>&& text)
+      : VELAnyVal(Code), m_value(std::move(text)) {}
+  VELAnyValText(const VELAnyValText&) = default;
 
-  const std::string& GetValue() const { return m_value; }
+  const std::basic_string<CharT>& GetValue() const { return m_value; }
 
   uint32_t GetSize() const override;
   std::unique_ptr<VELAnyVal> Clone() const override;
   uint32_t GetData(void* destination, uint32_t capacity) const override;
   bool GetAString(std::string& text) const override;
-  // False when the conversion leaves nothing, e.g. for empty text.
   bool GetWString(std::u16string& text) const override;
-  const char* GetTypeName() const override;
-  const char16_t* GetTypeNameW() const override;
+  // Own full length against the other value read as a C string.
   bool IsEqual(const VELAnyVal* other) const override;
 
  private:
-  std::string m_value;
+  std::basic_string<CharT> m_value;
 };
 
-// Wide text: UTF-16 code units on every platform; GetSize is units * 2.
-class VELAnyValWString : public VELAnyVal {
- public:
-  explicit VELAnyValWString(std::u16string&& text)
-      : VELAnyVal(VEL_ANYVAL_WSTRING), m_value(std::move(text)) {}
-  VELAnyValWString(const VELAnyValWString&) = default;
+using VELAnyValAString = VELAnyValText<char, VEL_ANYVAL_ASTRING>;
+using VELAnyValWString = VELAnyValText<char16_t, VEL_ANYVAL_WSTRING>;
 
-  const std::u16string& GetValue() const { return m_value; }
-
-  uint32_t GetSize() const override;
-  std::unique_ptr<VELAnyVal> Clone() const override;
-  uint32_t GetData(void* destination, uint32_t capacity) const override;
-  // False when the conversion leaves nothing, e.g. for empty text.
-  bool GetAString(std::string& text) const override;
-  bool GetWString(std::u16string& text) const override;
-  const char* GetTypeName() const override;
-  const char16_t* GetTypeNameW() const override;
-  bool IsEqual(const VELAnyVal* other) const override;
-
- private:
-  std::u16string m_value;
-};
+extern template class VELAnyValText<char, VEL_ANYVAL_ASTRING>;
+extern template class VELAnyValText<char16_t, VEL_ANYVAL_WSTRING>;
 
 // Byte arrays, signed and unsigned; text is "%02X" per byte, no separator.
 template <typename Byte, int32_t Code>
@@ -164,8 +149,6 @@ class VELAnyValBinary : public VELAnyVal {
   uint32_t GetData(void* destination, uint32_t capacity) const override;
   bool GetAString(std::string& text) const override;
   bool GetWString(std::u16string& text) const override;
-  const char* GetTypeName() const override;
-  const char16_t* GetTypeNameW() const override;
   bool IsEqual(const VELAnyVal* other) const override;
 
  private:

@@ -85,45 +85,11 @@ TEST(VELAnyVal, GetDataNeedsRoomForTheWholePayload) {
     EXPECT_EQ(value->GetData(buffer.data(), size), size);
     EXPECT_EQ(buffer[size], 0xCC);  // and nothing past the payload
   }
-}
-
-TEST(VELAnyVal, GetDataWritesLittleEndianAndUtf16Units) {
-  unsigned char bytes[8] = {};
-  ASSERT_EQ(VELAnyValLong(0x01020304).GetData(bytes, 8), 4u);
-  EXPECT_EQ((std::vector<unsigned char>(bytes, bytes + 4)),
-            (std::vector<unsigned char>{0x04, 0x03, 0x02, 0x01}));
-  ASSERT_EQ(VELAnyValShort(static_cast<int16_t>(-2)).GetData(bytes, 8), 2u);
-  EXPECT_EQ(bytes[0], 0xFE);
-  EXPECT_EQ(bytes[1], 0xFF);
-  ASSERT_EQ(VELAnyValFloat(1.0f).GetData(bytes, 8), 4u);
-  EXPECT_EQ((std::vector<unsigned char>(bytes, bytes + 4)),
-            (std::vector<unsigned char>{0x00, 0x00, 0x80, 0x3F}));
-  ASSERT_EQ(VELAnyValDouble(-2.0).GetData(bytes, 8), 8u);
-  EXPECT_EQ((std::vector<unsigned char>(bytes, bytes + 8)),
-            (std::vector<unsigned char>{0, 0, 0, 0, 0, 0, 0x00, 0xC0}));
-  ASSERT_EQ(VELAnyValWString(std::u16string(u"A\u20AC")).GetData(bytes, 8), 4u);
-  EXPECT_EQ((std::vector<unsigned char>(bytes, bytes + 4)),
-            (std::vector<unsigned char>{0x41, 0x00, 0xAC, 0x20}));
-}
-
-TEST(VELAnyVal, EmptyStringsAndArraysCopyNothing) {
+  // Empty payloads copy nothing, whatever the room.
   unsigned char byte = 0xCC;
   EXPECT_EQ(VELAnyValAString(std::string()).GetData(&byte, 1), 0u);
-  EXPECT_EQ(VELAnyValWString(std::u16string()).GetData(&byte, 0), 0u);
-  EXPECT_EQ(VELAnyValBinaryC(nullptr, 5).GetSize(), 0u);
-  EXPECT_EQ(VELAnyValBinaryUC(reinterpret_cast<const unsigned char*>(kBytes), 0).GetSize(), 0u);
+  EXPECT_EQ(VELAnyValBinaryC(nullptr, 5).GetData(&byte, 1), 0u);
   EXPECT_EQ(byte, 0xCC);
-}
-
-TEST(VELAnyVal, StringConstructorsTakeTheirSource) {
-  std::string narrow = "moved";
-  std::u16string wide = u"moved";
-  VELAnyValAString a(std::move(narrow));
-  VELAnyValWString w(std::move(wide));
-  EXPECT_TRUE(narrow.empty());
-  EXPECT_TRUE(wide.empty());
-  EXPECT_EQ(a.GetValue(), "moved");
-  EXPECT_EQ(w.GetValue(), u"moved");
 }
 
 TEST(VELAnyVal, CloneIsEqualToItsSourceExceptNaN) {
@@ -188,14 +154,13 @@ TEST(VELAnyVal, IntegerAndBoolText) {
   EXPECT_EQ(WTextOf(VELAnyValBool(uint8_t{7})), u"1");
 }
 
+// The digits themselves are pinned with the fixed-text routine; here, that
+// each kind renders through it with its own precision.
 TEST(VELAnyVal, FloatingText) {
   EXPECT_EQ(ATextOf(VELAnyValFloat(1.1f)), "1.10000002");
-  EXPECT_EQ(ATextOf(VELAnyValFloat(-0.5f)), "-0.5");
-  EXPECT_EQ(ATextOf(VELAnyValDouble(2.0 / 15.0)), "0.13333333333333333");
-  EXPECT_EQ(ATextOf(VELAnyValDouble(0.05)), "0.5");
+  EXPECT_EQ(WTextOf(VELAnyValFloat(-0.5f)), u"-0.5");
   EXPECT_EQ(ATextOf(VELAnyValDouble(1.05)), "1.05000000000000004");
-  EXPECT_EQ(WTextOf(VELAnyValDouble(3.0)), u"3.0");
-  EXPECT_EQ(WTextOf(VELAnyValFloat(0.0f)), u"0.0");
+  EXPECT_EQ(WTextOf(VELAnyValDouble(0.05)), u"0.5");
 
   std::string text = "kept";
   std::u16string wide = u"kept";

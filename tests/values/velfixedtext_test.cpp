@@ -132,16 +132,6 @@ TEST(VELFixedText, ExtremesAndFailures) {
   EXPECT_EQ(text, "kept");
 }
 
-TEST(VELFixedText, WideTextMatchesNarrow) {
-  for (double value : {0.0, 0.05, -1234.5678, 1e300, 2.0 / 3.0}) {
-    std::string narrow;
-    std::u16string wide;
-    ASSERT_TRUE(VELFormatFixed(value, 17, narrow));
-    ASSERT_TRUE(VELFormatFixed(value, 17, wide));
-    EXPECT_EQ(std::u16string(narrow.begin(), narrow.end()), wide);
-  }
-}
-
 TEST(VELFixedText, RandomValuesMatchAnIndependentExpansion) {
   std::mt19937_64 random(20240611);
   int checked = 0;

@@ -101,6 +101,7 @@ TEST(ZORPropertyBlob, EveryKindRoundTripsInOrder) {
   source.SetProperty(u"Short", VELAnyValShort(std::numeric_limits<int16_t>::min()));
   source.SetProperty(u"Float", VELAnyValFloat(-1.1f));
   source.SetProperty(u"Double", VELAnyValDouble(std::numeric_limits<double>::denorm_min()));
+  source.SetProperty(u"NaN", VELAnyValDouble(std::numeric_limits<double>::quiet_NaN()));
   source.SetProperty(u"Bool", VELAnyValBool(uint8_t{255}));
   source.SetPropertyAString(u"Text", "APO4-Undefined");
   source.SetPropertyWString(u"Wide \u00e9\U0001F600", u"\u20AC\U0001F600");
@@ -121,23 +122,16 @@ TEST(ZORPropertyBlob, EveryKindRoundTripsInOrder) {
     SCOPED_TRACE(i);
     EXPECT_EQ(read[i].name, written[i].name);
     EXPECT_EQ(read[i].value->GetType(), written[i].value->GetType());
-    EXPECT_TRUE(read[i].value->IsEqual(written[i].value.get()));
+    // Bytes, not IsEqual: a NaN keeps its bits though it equals nothing.
+    std::vector<unsigned char> readBytes(read[i].value->GetSize());
+    std::vector<unsigned char> writtenBytes(written[i].value->GetSize());
+    read[i].value->GetData(readBytes.data(), read[i].value->GetSize());
+    written[i].value->GetData(writtenBytes.data(), written[i].value->GetSize());
+    EXPECT_EQ(readBytes, writtenBytes);
   }
   Bytes again;
   ASSERT_TRUE(copy.GetAllPropertiesBinary(again));
   EXPECT_EQ(again, blob);
-}
-
-TEST(ZORPropertyBlob, NaNKeepsItsBitsThoughNotEqual) {
-  ZORPropertySet source;
-  source.SetProperty(u"nan", VELAnyValDouble(std::numeric_limits<double>::quiet_NaN()));
-  Bytes blob;
-  ASSERT_TRUE(source.GetAllPropertiesBinary(blob));
-  ZORPropertySet copy;
-  ASSERT_TRUE(copy.SetAllPropertiesBinary(blob));
-  VELAnyValPtr value;
-  ASSERT_TRUE(copy.GetProperty(u"nan", value));
-  EXPECT_TRUE(std::isnan(dynamic_cast<const VELAnyValDouble&>(*value).GetValue()));
 }
 
 TEST(ZORPropertyBlob, WriterLeavesOutWhatAReaderCouldNotTake) {
