@@ -39,6 +39,12 @@ if(VELAPO_SANITIZE)
   target_link_options(velapo_options INTERFACE -fsanitize=${_velapo_san})
 endif()
 
+# A fuzz build traces the branches of every library, not only of the fuzz
+# harnesses, or libFuzzer would be blind to the parsers it exercises.
+if(VELAPO_BUILD_FUZZ)
+  target_compile_options(velapo_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+
 # velapo_add_library(<name> SOURCES <files...> [DEPS <targets...>])
 # One static library per source folder; DEPS are linked PUBLIC so that the
 # dependency order of the folders carries through to everything that links.
