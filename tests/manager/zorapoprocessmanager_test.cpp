@@ -21,7 +21,8 @@ namespace {
 constexpr uint32_t kRate = 48000;
 constexpr uint32_t kLocationSfx = 1;
 
-// A clock the test moves by hand. Atomic: the worker reads it too.
+// A clock the test moves by hand. Atomic: the worker reads it too, so a
+// test declares it before the manager, which stops its worker on the way out.
 class ManualClock : public IZORPerformanceClock {
  public:
   explicit ManualClock(int64_t frequency) : m_frequency(frequency) {}
@@ -391,8 +392,8 @@ TEST(ZORAPOProcessManager, FadeBetweenUnbuiltChainsEndsOnTheAudioThread) {
 }
 
 TEST(ZORAPOProcessManager, WorkerTurnsUpdatesIntoOneFadeAtATime) {
-  TestManager manager;
   ManualClock clock(1000);
+  TestManager manager;
   manager.SetClock(&clock);
   zor::os::Event switched(zor::os::EventReset::Auto);
   manager.SetClientEvent(&switched);
@@ -426,10 +427,10 @@ TEST(ZORAPOProcessManager, WorkerTurnsUpdatesIntoOneFadeAtATime) {
 }
 
 TEST(ZORAPOProcessManager, StaleAfterMoreThan300MillisecondsAndFlushesLatencyPlus20Ms) {
+  ManualClock clock(1000);  // one tick per millisecond
   TestManager manager;
   RecordingChains chains;
   chains.Install(manager.builder, 2);
-  ManualClock clock(1000);  // one tick per millisecond
   manager.SetClock(&clock);
   manager.Initialize(2, 2, kRate, 0, kLocationSfx);
   RecordingStage& stage = chains.Of(manager.GetChainPointers().active);
@@ -476,10 +477,10 @@ TEST(ZORAPOProcessManager, CounterArithmeticWrapsAsTheEngineDoes) {
   EXPECT_EQ(ms, 400u);
 
   // So a 500 ms gap does not flush a stream on a 10 MHz clock.
+  ManualClock clock(10000000);
   TestManager manager;
   RecordingChains chains;
   chains.Install(manager.builder, 1);
-  ManualClock clock(10000000);
   manager.SetClock(&clock);
   manager.Initialize(1, 1, kRate, 0, kLocationSfx);
   const std::vector<float> input = Noise(480, 11);
@@ -492,10 +493,10 @@ TEST(ZORAPOProcessManager, CounterArithmeticWrapsAsTheEngineDoes) {
 
 TEST(ZORAPOProcessManager, OffloadLocationsFlushOnlySilentBlocksButRestartTheStopwatch) {
   for (uint32_t location : {4u, 5u}) {
+    ManualClock clock(1000);
     TestManager manager;
     RecordingChains chains;
     chains.Install(manager.builder, 2);
-    ManualClock clock(1000);
     manager.SetClock(&clock);
     manager.Initialize(2, 2, kRate, 0, location);
     RecordingStage& stage = chains.Of(manager.GetChainPointers().active);
@@ -521,10 +522,10 @@ TEST(ZORAPOProcessManager, OffloadLocationsFlushOnlySilentBlocksButRestartTheSto
 }
 
 TEST(ZORAPOProcessManager, FlushDoesNotFlushAgainFromItsOwnPass) {
+  ManualClock clock(1000);
   TestManager manager;
   RecordingChains chains;
   chains.Install(manager.builder, 2);
-  ManualClock clock(1000);
   manager.SetClock(&clock);
   manager.Initialize(2, 2, kRate, 0, kLocationSfx);
   RecordingStage& stage = chains.Of(manager.GetChainPointers().active);
@@ -541,8 +542,8 @@ TEST(ZORAPOProcessManager, FlushDoesNotFlushAgainFromItsOwnPass) {
 }
 
 TEST(ZORAPOProcessManager, StaleDuringAFadeRebuildsTheFadingChain) {
-  TestManager manager;
   ManualClock clock(1000);
+  TestManager manager;
   manager.SetClock(&clock);
   manager.Initialize(2, 2, kRate, 0, kLocationSfx);
   const std::vector<float> input = Noise(960, 14);
@@ -562,8 +563,8 @@ TEST(ZORAPOProcessManager, StaleDuringAFadeRebuildsTheFadingChain) {
 // ThreadSanitizer must see no race.
 TEST(ZORAPOProcessManager, FadesStartedFromAnotherThreadNeverRaceTheAudioThread) {
   constexpr int kFades = 150;
-  ZORAPOProcessManager manager;
   ManualClock clock(1000);
+  ZORAPOProcessManager manager;
   manager.SetClock(&clock);  // never stale: no flush interferes
   manager.Initialize(2, 2, kRate, 0, kLocationSfx);
 
@@ -625,8 +626,8 @@ TEST(ZORAPOProcessManager, FadesStartedFromAnotherThreadNeverRaceTheAudioThread)
 
 TEST(ZORAPOProcessManager, SteadyStateAllocatesNothingOnTheAudioThread) {
   for (const auto& [channelsIn, channelsOut] : {std::pair{2u, 2u}, std::pair{6u, 2u}}) {
-    ZORAPOProcessManager manager;
     ManualClock clock(1000);
+    ZORAPOProcessManager manager;
     manager.SetClock(&clock);
     manager.Initialize(channelsIn, channelsOut, kRate, 0, kLocationSfx);
     const std::vector<float> input = Noise(480 * channelsIn, 16);
