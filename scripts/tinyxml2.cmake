@@ -1,0 +1,37 @@
+# tinyxml2, the parser of the configuration file, as the target
+# velapo_tinyxml2. Natively it is Debian's libtinyxml2-dev. The Windows cross
+# build compiles it from Debian's source package, fetched into the build tree
+# at configure time by scripts/fetch-debian-source.sh and never committed.
+if(TARGET velapo_tinyxml2)
+  return()
+endif()
+
+if(CMAKE_CROSSCOMPILING AND WIN32)
+  include(VelapoDebianSource OPTIONAL)
+  if(COMMAND velapo_debian_source)
+    velapo_debian_source(tinyxml2 _velapo_tinyxml2_dir)
+  else()
+    set(_velapo_tinyxml2_dir ${CMAKE_BINARY_DIR}/debian-source/tinyxml2)
+    if(NOT EXISTS ${CMAKE_BINARY_DIR}/debian-source/tinyxml2.version)
+      execute_process(
+        COMMAND ${PROJECT_SOURCE_DIR}/scripts/fetch-debian-source.sh tinyxml2
+                ${CMAKE_BINARY_DIR}/debian-source
+        RESULT_VARIABLE _velapo_fetch_result)
+      if(NOT _velapo_fetch_result EQUAL 0)
+        message(FATAL_ERROR "Could not fetch Debian's source package 'tinyxml2'")
+      endif()
+    endif()
+  endif()
+  if(NOT EXISTS ${_velapo_tinyxml2_dir}/tinyxml2.cpp)
+    message(FATAL_ERROR "No tinyxml2.cpp in ${_velapo_tinyxml2_dir}")
+  endif()
+  # Someone else's code: built without the project's warnings, and its
+  # header included as a system header so its warnings never fail our build.
+  add_library(velapo_tinyxml2 STATIC ${_velapo_tinyxml2_dir}/tinyxml2.cpp)
+  target_include_directories(velapo_tinyxml2 SYSTEM PUBLIC ${_velapo_tinyxml2_dir})
+  target_compile_options(velapo_tinyxml2 PRIVATE -w)
+else()
+  find_package(tinyxml2 CONFIG REQUIRED)
+  add_library(velapo_tinyxml2 INTERFACE)
+  target_link_libraries(velapo_tinyxml2 INTERFACE tinyxml2::tinyxml2)
+endif()
