@@ -5,6 +5,7 @@ set -euo pipefail
 
 packages=(
   build-essential cmake ninja-build pkg-config git
+  dpkg-dev                                               # unpacks Debian sources for the Windows build
   clang libclang-rt-dev                                  # libFuzzer targets
   libgtest-dev libgmock-dev googletest libbenchmark-dev  # tests and benchmarks
   libtinyxml2-dev libspeexdsp-dev                        # configuration and resampling
