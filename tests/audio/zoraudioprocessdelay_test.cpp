@@ -1,0 +1,198 @@
+#include "audio/zoraudioprocessdelay.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <random>
+#include <vector>
+
+#include "allocationcounter.h"
+#include "audio/zoraudiodatafloat.h"
+
+namespace {
+
+ZORAudioDataFloat Mono(std::vector<float> samples) {
+  ZORAudioDataFloat block;
+  block.AssignMemory(samples.data(), static_cast<uint32_t>(samples.size()), 1, true, 48000);
+  return block;
+}
+
+std::vector<float> Samples(ZORAudioDataFloat& block, bool interleaved = true) {
+  const float* samples = block.GetData(false, interleaved);
+  std::vector<float> out;
+  if (samples != nullptr) {
+    out.assign(samples, samples + block.GetSampleCount());
+  }
+  block.ReleaseData();
+  return out;
+}
+
+using Floats = std::vector<float>;
+
+}  // namespace
+
+TEST(ZORAudioProcessDelay, ThreeFramesOnOneChannelCarryAcrossBlocks) {
+  ZORAudioProcessDelay delay;
+  EXPECT_TRUE(delay.Init(1, 48000));
+  delay.SetDelay(3);
+  EXPECT_EQ(delay.GetLatency(), 3u);
+
+  ZORAudioDataFloat first = Mono({1, 2, 3, 4});
+  delay.Process(&first);
+  EXPECT_EQ(Samples(first), (Floats{0, 0, 0, 1}));
+  ZORAudioDataFloat second = Mono({5, 6, 7, 8});
+  delay.Process(&second);
+  EXPECT_EQ(Samples(second), (Floats{2, 3, 4, 5}));
+
+  // A block shorter than the delay comes entirely from what was held.
+  ZORAudioDataFloat shortBlock = Mono({9, 10});
+  delay.Process(&shortBlock);
+  EXPECT_EQ(Samples(shortBlock), (Floats{6, 7}));
+  ZORAudioDataFloat next = Mono({11, 12, 13});
+  delay.Process(&next);
+  EXPECT_EQ(Samples(next), (Floats{8, 9, 10}));
+}
+
+TEST(ZORAudioProcessDelay, DelaysAStreamInBlocksOfAnySizeAsAWhole) {
+  // Two channels in random block sizes, some shorter and some longer than
+  // the delay: the joined output is the input shifted by the delay, with
+  // silence in front, on every channel.
+  constexpr uint32_t kDelay = 37;
+  constexpr uint32_t kChannels = 2;
+  ZORAudioProcessDelay delay;
+  delay.SetDelay(kDelay);
+  delay.Init(kChannels, 44100);
+
+  std::mt19937 random(11);
+  std::uniform_int_distribution<uint32_t> blockSize(0, 90);
+  std::vector<float> input;
+  std::vector<float> output;
+  for (int block = 0; block < 60; ++block) {
+    const uint32_t frames = blockSize(random);
+    std::vector<float> samples(size_t{frames} * kChannels);
+    for (float& s : samples) {
+      s = static_cast<float>(input.size() + (&s - samples.data()) + 1);
+    }
+    input.insert(input.end(), samples.begin(), samples.end());
+    ZORAudioDataFloat data;
+    data.AssignMemory(samples.data(), frames, kChannels, true, 44100);
+    delay.Process(&data);
+    ASSERT_EQ(data.GetFrames(), frames);
+    const std::vector<float> out = Samples(data);
+    output.insert(output.end(), out.begin(), out.end());
+  }
+  ASSERT_EQ(output.size(), input.size());
+  for (size_t i = 0; i < output.size(); ++i) {
+    const size_t shift = size_t{kDelay} * kChannels;
+    const float expected = i < shift ? 0.0f : input[i - shift];
+    ASSERT_EQ(output[i], expected) << "sample " << i;
+  }
+}
+
+TEST(ZORAudioProcessDelay, ChangingTheDelayWhileRunning) {
+  ZORAudioProcessDelay delay;
+  delay.Init(1, 48000);
+  delay.SetDelay(3);
+  ZORAudioDataFloat block = Mono({1, 2, 3, 4});
+  delay.Process(&block);  // holds 2 3 4
+
+  // Longer: silence goes after the audio held, so the held audio comes out
+  // first and the gap follows it.
+  delay.SetDelay(5);
+  EXPECT_EQ(delay.GetLatency(), 5u);
+  block = Mono({5, 6, 7, 8});
+  delay.Process(&block);
+  EXPECT_EQ(Samples(block), (Floats{2, 3, 4, 0}));
+  block = Mono({9, 10, 11, 12});
+  delay.Process(&block);  // held before: 0 5 6 7 8
+  EXPECT_EQ(Samples(block), (Floats{0, 5, 6, 7}));
+
+  // Shorter: the newest samples go (held were 8 9 10 11 12, now 8 9).
+  delay.SetDelay(2);
+  block = Mono({13, 14, 15});
+  delay.Process(&block);
+  EXPECT_EQ(Samples(block), (Floats{8, 9, 13}));
+
+  // Delay 0 keeps what is held, and a later delay finds it again.
+  delay.SetDelay(0);
+  block = Mono({16, 17});
+  delay.Process(&block);
+  EXPECT_EQ(Samples(block), (Floats{16, 17}));
+  delay.SetDelay(2);
+  block = Mono({18, 19, 20});
+  delay.Process(&block);
+  EXPECT_EQ(Samples(block), (Floats{14, 15, 18}));
+}
+
+TEST(ZORAudioProcessDelay, WithoutLinesOrDelayTheBlockIsLeftAlone) {
+  // Delay 0: no access at all, so a block that holds only interleaved
+  // samples isn't converted to planar.
+  ZORAudioProcessDelay delay;
+  delay.Init(2, 48000);
+  const Floats samples{1, 2, 3, 4, 5, 6};
+  ZORAudioDataFloat data;
+  data.AssignMemory(samples.data(), 3, 2, true, 48000);
+  delay.Process(&data);
+  EXPECT_FALSE(data.HoldsPlanar());
+  EXPECT_EQ(Samples(data), samples);
+
+  // A delay set before any Init has no lines to fill: the audio passes and
+  // the figure stays, which is how a chain's bypass path uses it.
+  ZORAudioProcessDelay figureOnly;
+  figureOnly.SetDelay(480);
+  EXPECT_EQ(figureOnly.GetLatency(), 480u);
+  EXPECT_EQ(figureOnly.GetChannelCount(), 0u);
+  figureOnly.Process(&data);
+  EXPECT_EQ(Samples(data), samples);
+  EXPECT_FALSE(data.HoldsPlanar());
+
+  // The bypass flag is kept but not consulted.
+  figureOnly.SetBypass(true);
+  EXPECT_TRUE(figureOnly.GetBypass());
+  figureOnly.Init(1, 48000);
+  figureOnly.Process(&data);
+  EXPECT_EQ(Samples(data), (Floats{0, 2, 0, 4, 0, 6}))
+      << "the first channel is delayed, bypass or not";
+}
+
+TEST(ZORAudioProcessDelay, ChannelsBeyondTheLinesPassAndLinesFollowInit) {
+  ZORAudioProcessDelay delay;
+  delay.SetDelay(1);
+  delay.Init(3, 48000);
+  EXPECT_EQ(delay.GetChannelCount(), 3u);
+  delay.Init(1, 48000);  // surplus lines go
+  EXPECT_EQ(delay.GetChannelCount(), 1u);
+
+  const Floats samples{1, 10, 2, 20, 3, 30};
+  ZORAudioDataFloat data;
+  data.AssignMemory(samples.data(), 3, 2, true, 48000);
+  delay.Process(&data);
+  EXPECT_EQ(Samples(data), (Floats{0, 10, 1, 20, 2, 30}));
+
+  // A new line starts silent; the old one keeps its sample.
+  delay.Init(2, 48000);
+  data.AssignMemory(samples.data(), 3, 2, true, 48000);
+  delay.Process(&data);
+  EXPECT_EQ(Samples(data), (Floats{3, 0, 1, 10, 2, 20}));
+}
+
+TEST(ZORAudioProcessDelay, ProcessDoesNotAllocate) {
+  ZORAudioProcessDelay delay;
+  delay.Init(2, 48000);
+  delay.SetDelay(100);
+  ZORAudioDataFloat data;
+  data.Allocate(480, 2, 48000);
+  data.GetData(true, false);  // both stores sized once
+  data.GetData(true, true);
+  data.ReleaseData();
+  delay.Process(&data);
+
+  velapo::test::AllocationCounter counter;
+  for (int i = 0; i < 20; ++i) {
+    float* samples = data.GetData(true, true);
+    samples[0] = static_cast<float>(i);
+    data.ReleaseData();
+    delay.Process(&data);
+  }
+  EXPECT_EQ(counter.Count(), 0u);
+}
