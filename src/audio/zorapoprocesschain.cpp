@@ -113,6 +113,8 @@ void ZORAPOProcessChain::ProcessBypassed(IZORAudioData<float>& input,
     output.ReleaseData();
   }
 
+  m_delay.Process(&output);
+
   if (hook != nullptr && !m_bRender) {
     hook->OnPipeData(false, output);
   }
@@ -120,6 +122,9 @@ void ZORAPOProcessChain::ProcessBypassed(IZORAudioData<float>& input,
 
 void ZORAPOProcessChain::ResetChain() {
   m_resample.ClearProcesses();
+  // A chain built anew starts from one cushion, not one per build.
+  m_resample.ResetFifo();
+  m_resample.SetInternalRate(0);
   m_bBuilt = false;
   m_chainChannels = 0;
   m_internalRate = 0;
@@ -133,16 +138,23 @@ void ZORAPOProcessChain::TakeOverState(ZORAPOProcessChain& /*other*/) {
 
 void ZORAPOProcessChain::SetChainBypass(bool bypass) { m_bBypass = bypass; }
 
-void ZORAPOProcessChain::BuildFromStages(uint32_t chainChannels, uint32_t sampleRate,
+bool ZORAPOProcessChain::BuildFromStages(uint32_t chainChannels, uint32_t sampleRate,
                                          bool isRender,
-                                         std::span<IZORAudioProcess<float>* const> stages) {
+                                         std::span<IZORAudioProcess<float>* const> stages,
+                                         uint32_t internalRate) {
   ResetChain();
   for (IZORAudioProcess<float>* stage : stages) {
     m_resample.AddProcess(stage);
   }
   m_chainChannels = chainChannels;
   m_sampleRate = sampleRate;
-  m_internalRate = 0;
+  m_internalRate = internalRate;
   m_bRender = isRender;
+  m_resample.SetInternalRate(internalRate);
+  if (!m_resample.Init(chainChannels, sampleRate)) {
+    ResetChain();
+    return false;
+  }
   m_bBuilt = true;
+  return true;
 }

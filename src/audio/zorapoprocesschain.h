@@ -5,7 +5,8 @@
 #include "audio/izoraudiodata.h"
 #include "audio/izoraudioprocess.h"
 #include "audio/zoraudiodatafloat.h"
-#include "audio/zoraudioprocesschain.h"
+#include "audio/zoraudioprocessdelay.h"
+#include "audio/zoraudioprocessresamplechain.h"
 
 class ZORAPOProcessWrapper;
 
@@ -46,8 +47,8 @@ class ZORAPOProcessChain : public IZORAPOProcessWrapperHook {
   void Process(IZORAudioData<float>& input, IZORAudioData<float>& output,
                IZORAPOProcessChainPipeHook* hook);
 
-  // Fixed mixing from the input's channels to the output's, then the
-  // capture side's pipe tap. Audio thread.
+  // Fixed mixing from the input's channels to the output's, the bypass
+  // path's delay, then the capture side's pipe tap. Audio thread.
   void ProcessBypassed(IZORAudioData<float>& input, IZORAudioData<float>& output,
                        IZORAPOProcessChainPipeHook* hook);
 
@@ -70,20 +71,28 @@ class ZORAPOProcessChain : public IZORAPOProcessWrapperHook {
 
   // Rate the tech processes run at.
   uint32_t GetRate() const { return m_internalRate != 0 ? m_internalRate : m_sampleRate; }
+  // Latency of the tuned path in frames at GetRate(): the stages', plus the
+  // resampler's cushion when the chain resamples.
+  uint32_t GetTunedLatency() const { return m_resample.GetLatency(); }
 
   // Endpoint direction of the current build; capture chains feed the pipe.
   bool IsRenderEndpoint() const { return m_bRender; }
 
-  // Makes the chain stand built, with `stages` (not owned; they must outlive
-  // the build) as its tuned path at `chainChannels` channels. Chain
-  // construction ends with this, and a host may run stages of its own
-  // through it. Worker, or any thread while the chain is not playing.
-  void BuildFromStages(uint32_t chainChannels, uint32_t sampleRate, bool isRender,
-                       std::span<IZORAudioProcess<float>* const> stages);
+  // Builds the chain with `stages` (not owned; they must outlive the build)
+  // as its tuned path at `chainChannels` channels: the stages run at
+  // `internalRate`, with the stream converted there and back, or at the
+  // stream's rate when it is 0. Every stage is initialised at the rate it
+  // runs at. The chain stands built when all of that succeeded; otherwise
+  // it is reset and passes audio on its bypass path. Chain construction ends
+  // with this, and a host may run stages of its own through it. Worker, or
+  // any thread while the chain is not playing.
+  bool BuildFromStages(uint32_t chainChannels, uint32_t sampleRate, bool isRender,
+                       std::span<IZORAudioProcess<float>* const> stages,
+                       uint32_t internalRate = 0);
 
  private:
   IZORAPOProcessChainPipeHook* m_pPipeHook = nullptr;
-  ZORAudioProcessChain<float> m_resample;  // the tuned path's stages, in order
+  ZORAudioProcessResampleChain m_resample;  // the tuned path's stages, in order
   bool m_bBuilt = false;
   bool m_bLive = false;
   bool m_bRender = true;
@@ -92,4 +101,7 @@ class ZORAPOProcessChain : public IZORAPOProcessWrapperHook {
   uint32_t m_internalRate = 0;
   uint32_t m_sampleRate = 0;
   ZORAudioDataFloat m_widthBuffer;  // holds the tuned path's block when the host's width differs
+  // The bypass path's delay. The chain never gives it channels, so it
+  // carries a latency figure and leaves the audio as it is.
+  ZORAudioProcessDelay m_delay;
 };

@@ -179,3 +179,103 @@ TEST(ZORAPOProcessChain, OnlyACaptureChainFeedsThePipeOnTheBypassPath) {
     EXPECT_EQ(hook.calls[0].first, isRender);
   }
 }
+
+namespace {
+
+// Records the shape of what the tuned path hands it; Init may fail.
+class ShapeStage : public IZORAudioProcess<float> {
+ public:
+  bool Init(uint32_t channels, uint32_t sampleRate) override {
+    initChannels = channels;
+    initRate = sampleRate;
+    return initResult;
+  }
+  void SetBypass(bool) override {}
+  bool GetBypass() const override { return false; }
+  uint32_t GetLatency() const override { return 0; }
+  void Process(IZORAudioData<float>* data) override {
+    frames = data->GetFrames();
+    rate = data->GetSampleRate();
+  }
+  bool initResult = true;
+  uint32_t initChannels = 0;
+  uint32_t initRate = 0;
+  uint32_t frames = 0;
+  uint32_t rate = 0;
+};
+
+}  // namespace
+
+TEST(ZORAPOProcessChain, AnInternalRateRunsTheStagesThereAndKeepsTheHostsFrames) {
+  ZORAPOProcessChain chain;
+  ShapeStage stage;
+  IZORAudioProcess<float>* stages[] = {&stage};
+  ASSERT_TRUE(chain.BuildFromStages(2, 44100, true, stages, 48000));
+  EXPECT_EQ(chain.GetRate(), 48000u);
+  EXPECT_EQ(chain.GetTunedLatency(), 5u) << "the cushion, at no stage latency";
+  EXPECT_EQ(stage.initRate, 48000u);
+  EXPECT_EQ(stage.initChannels, 2u);
+
+  // Six channels in and out: the width fit and the rate change together.
+  for (int block = 0; block < 5; ++block) {
+    ZORAudioDataFloat input = Noise(441, 6, 20 + block);
+    input.SetSampleRate(44100);
+    ZORAudioDataFloat output;
+    output.Allocate(441, 6, 44100);
+    chain.Process(input, output, nullptr);
+    EXPECT_EQ(stage.frames, 480u);
+    EXPECT_EQ(stage.rate, 48000u);
+    EXPECT_EQ(output.GetFrames(), 441u);
+    EXPECT_EQ(output.GetChannels(), 6u);
+  }
+
+  // Without an internal rate the chain runs at the stream's.
+  ASSERT_TRUE(chain.BuildFromStages(2, 44100, true, stages));
+  EXPECT_EQ(chain.GetRate(), 44100u);
+  EXPECT_EQ(chain.GetTunedLatency(), 0u);
+  EXPECT_EQ(stage.initRate, 44100u);
+  chain.ResetChain();
+  EXPECT_EQ(chain.GetRate(), 0u);
+}
+
+TEST(ZORAPOProcessChain, ABuildStartsFromOneCushionHoweverOftenItIsRebuilt) {
+  // At an internal rate equal to the stream's the conversions are copies,
+  // so the tuned path delays by the cushion alone: five frames per build,
+  // never five more per rebuild.
+  ZORAPOProcessChain chain;
+  ShapeStage stage;
+  IZORAudioProcess<float>* stages[] = {&stage};
+  for (int build = 0; build < 3; ++build) {
+    ASSERT_TRUE(chain.BuildFromStages(2, 48000, true, stages, 48000));
+    ZORAudioDataFloat block = Noise(64, 2, 30);
+    const std::vector<float> before = Interleaved(block);
+    chain.Process(block, block, nullptr);
+    const std::vector<float> after = Interleaved(block);
+    for (size_t i = 0; i < after.size(); ++i) {
+      ASSERT_EQ(after[i], i < 10 ? 0.0f : before[i - 10]) << "build " << build << ", " << i;
+    }
+  }
+}
+
+TEST(ZORAPOProcessChain, AFailedBuildLeavesTheChainOnItsBypassPath) {
+  ZORAPOProcessChain chain;
+  ShapeStage stage;
+  stage.initResult = false;
+  IZORAudioProcess<float>* stages[] = {&stage};
+  EXPECT_FALSE(chain.BuildFromStages(2, 48000, true, stages));
+  EXPECT_FALSE(chain.IsBuilt());
+
+  // A rate no converter takes fails the same way, stages or not.
+  stage.initResult = true;
+  EXPECT_FALSE(chain.BuildFromStages(2, 48000, true, stages, 100));
+  EXPECT_FALSE(chain.IsBuilt());
+  EXPECT_EQ(chain.GetRate(), 0u);
+
+  ZORAudioDataFloat input = Noise(16, 2, 40);
+  ZORAudioDataFloat output;
+  output.Allocate(16, 2, 48000);
+  stage.frames = 0;
+  chain.Process(input, output, nullptr);
+  EXPECT_EQ(stage.frames, 0u) << "the tuned path never ran";
+  EXPECT_EQ(Interleaved(output), Interleaved(input));
+}
