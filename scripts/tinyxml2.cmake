@@ -9,21 +9,8 @@ if(TARGET velapo_tinyxml2)
 endif()
 
 if((CMAKE_CROSSCOMPILING AND WIN32) OR VELAPO_BUILD_FUZZ)
-  include(VelapoDebianSource OPTIONAL)
-  if(COMMAND velapo_debian_source)
-    velapo_debian_source(tinyxml2 _velapo_tinyxml2_dir)
-  else()
-    set(_velapo_tinyxml2_dir ${CMAKE_BINARY_DIR}/debian-source/tinyxml2)
-    if(NOT EXISTS ${CMAKE_BINARY_DIR}/debian-source/tinyxml2.version)
-      execute_process(
-        COMMAND ${PROJECT_SOURCE_DIR}/scripts/fetch-debian-source.sh tinyxml2
-                ${CMAKE_BINARY_DIR}/debian-source
-        RESULT_VARIABLE _velapo_fetch_result)
-      if(NOT _velapo_fetch_result EQUAL 0)
-        message(FATAL_ERROR "Could not fetch Debian's source package 'tinyxml2'")
-      endif()
-    endif()
-  endif()
+  include(VelapoDebianSource)
+  velapo_debian_source(tinyxml2 _velapo_tinyxml2_dir)
   if(NOT EXISTS ${_velapo_tinyxml2_dir}/tinyxml2.cpp)
     message(FATAL_ERROR "No tinyxml2.cpp in ${_velapo_tinyxml2_dir}")
   endif()
