@@ -49,8 +49,6 @@ class ZORAudioProcessResampleChain : public ZORAudioProcessChain<float> {
   uint64_t GetPaddedFrames() const { return m_paddedFrames; }
   // Frames dropped because a converter gave far more than it was due.
   uint64_t GetDroppedFrames() const { return m_droppedFrames; }
-  const ZORResampleHandler& GetDownHandler() const { return m_down; }
-  const ZORResampleHandler& GetUpHandler() const { return m_up; }
 
  private:
   // The FIFO is a ring of interleaved samples rather than a double-ended
