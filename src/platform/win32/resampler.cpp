@@ -91,7 +91,7 @@ struct Resampler::State {
     inputSamples -= inputSamples % frameChannels;
     outputSamples -= outputSamples % frameChannels;
     DWORD status = 0;
-    if (SUCCEEDED(mediaObject->GetInputStatus(0, &status)) &&
+    if (inputSamples != 0 && SUCCEEDED(mediaObject->GetInputStatus(0, &status)) &&
         (status & DMO_INPUT_STATUSF_ACCEPT_DATA) != 0) {
       CMediaBuffer* buffer = ArmBuffer(input, inputSamples * kBytesPerSample);
       BYTE* bytes = nullptr;
@@ -113,7 +113,7 @@ struct Resampler::State {
         return false;
       }
     } else {
-      inputSamples = 0;  // still busy with earlier input: nothing consumed
+      inputSamples = 0;  // still busy with earlier input, or none: nothing consumed
     }
 
     CMediaBuffer* buffer = ArmBuffer(output, outputSamples * kBytesPerSample);
