@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <set>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -136,6 +137,21 @@ TEST_F(Registry, ValuesOfEveryTypeReadBackByteForByte) {
   EXPECT_EQ(number, 0x12345678u);
   EXPECT_EQ(key.ReadDword(u"Qword", number), RegStatus::InvalidData);
   EXPECT_EQ(key.ReadDword(u"Nothing", number), RegStatus::NotFound);
+}
+
+TEST_F(Registry, TextIsStoredAsGivenEvenWithoutItsTerminator) {
+  RegKey key = Create(u"Text");
+  // A NUL right behind the given bytes must not be stored with them.
+  const std::vector<uint8_t> buffer = {'a', 0, 'b', 0, 0, 0};
+  const std::span<const uint8_t> unterminated = std::span(buffer).first(4);
+  for (const RegType type : {RegType::Sz, RegType::ExpandSz, RegType::MultiSz}) {
+    ASSERT_EQ(key.WriteValue(u"Value", type, unterminated), RegStatus::Ok);
+    RegType read = RegType::None;
+    std::vector<uint8_t> data;
+    ASSERT_EQ(key.ReadValue(u"Value", read, data), RegStatus::Ok);
+    EXPECT_EQ(read, type);
+    EXPECT_EQ(data, std::vector<uint8_t>(unterminated.begin(), unterminated.end()));
+  }
 }
 
 TEST_F(Registry, ValueNamesIgnoreCaseKeepTheirFirstSpellingAndEnumerateOnce) {

@@ -5,6 +5,8 @@
 #include <windows.h>
 #include <sddl.h>
 
+#include <vector>
+
 #include "platform/event.h"
 #include "platform/text.h"
 
@@ -202,8 +204,19 @@ RegStatus RegKey::WriteValue(std::u16string_view name, RegType type,
   if (!m_state) return RegStatus::NotOpen;
   if (data.size() > kMaxValueBytes) return RegStatus::InvalidParameter;
   const std::wstring valueName = Terminated(name);
+  const DWORD size = static_cast<DWORD>(data.size());
+  if (type == RegType::Sz || type == RegType::ExpandSz || type == RegType::MultiSz) {
+    // For text whose last unit is not NUL, the registry looks at the unit
+    // past the given size and stores it too when it is NUL. Stored bytes must
+    // be the given ones, and memory past the caller's is not ours to read:
+    // write from a copy that ends in a non-NUL unit.
+    std::vector<uint8_t> copy(data.begin(), data.end());
+    copy.insert(copy.end(), {0xFF, 0xFF});
+    return FromError(::RegSetValueExW(m_state->key, valueName.c_str(), 0, static_cast<DWORD>(type),
+                                      copy.data(), size));
+  }
   return FromError(::RegSetValueExW(m_state->key, valueName.c_str(), 0, static_cast<DWORD>(type),
-                                    data.data(), static_cast<DWORD>(data.size())));
+                                    data.data(), size));
 }
 
 RegStatus RegKey::DeleteValue(std::u16string_view name) const {
