@@ -1,0 +1,473 @@
+#include "values/zorpropertysetregistry.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <vector>
+
+#include "childprocess.h"
+#include "platform/event.h"
+#include "platform/registry.h"
+#include "registrytestarea.h"
+#include "support/zorlogcapture.h"
+#include "values/zorpropertysetthreadsafe.h"
+
+using zor::os::Event;
+using zor::os::EventReset;
+using zor::os::RegKey;
+using zor::os::RegStatus;
+using zor::os::RegType;
+using namespace std::string_view_literals;
+
+namespace {
+
+constexpr uint32_t kMustNotTimeOutMs = 10000;
+// How long one round of a monitored test waits for its signal before it
+// writes again; a round that waits this long met the window between a
+// watcher's reload and its next arm, which the next write covers.
+constexpr uint32_t kRoundMs = 200;
+constexpr int kMaxRounds = 100;
+
+std::vector<uint8_t> Utf16Bytes(std::u16string_view text, size_t terminators = 1) {
+  std::vector<uint8_t> bytes;
+  for (const char16_t unit : text) {
+    bytes.push_back(static_cast<uint8_t>(unit));
+    bytes.push_back(static_cast<uint8_t>(unit >> 8));
+  }
+  bytes.insert(bytes.end(), terminators * 2, 0);
+  return bytes;
+}
+
+std::vector<uint8_t> Dword(uint32_t number) {
+  return {static_cast<uint8_t>(number), static_cast<uint8_t>(number >> 8),
+          static_cast<uint8_t>(number >> 16), static_cast<uint8_t>(number >> 24)};
+}
+
+int32_t LongOf(const ZORPropertySet& set, std::u16string_view name) {
+  VELAnyValPtr value;
+  if (!set.GetProperty(name, value)) return -999;
+  const auto* number = dynamic_cast<const VELAnyValLong*>(value.get());
+  return number != nullptr ? number->GetValue() : -998;
+}
+
+// Counts what a set tells its observers, from any thread.
+struct Observer : IZORPropertySetNotify {
+  void OnPropertyChanged(ZORPropertySet&, const ZORProperty&) override {
+    ++changed;
+    changedEvent.Set();
+  }
+  bool OnPropertyChanging(ZORPropertySet&, ZORProperty&) override {
+    ++changing;
+    changingEvent.Set();
+    return false;
+  }
+  std::atomic<int> changed{0};
+  std::atomic<int> changing{0};
+  Event changedEvent{EventReset::Auto};
+  Event changingEvent{EventReset::Auto};
+};
+
+struct Notifier : IZORPropertySetRegistrySimpleNotify {
+  void OnRegistryChanged(ZORPropertySetRegistry& registry) override {
+    from = &registry;
+    ++calls;
+    called.Set();
+  }
+  std::atomic<ZORPropertySetRegistry*> from{nullptr};
+  std::atomic<int> calls{0};
+  Event called{EventReset::Auto};
+};
+
+class PropertySetRegistry : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(RegKey::Create(area.Path(u"Settings"), zor::os::kKeyAllAccess, key), RegStatus::Ok);
+    ASSERT_TRUE(registry.SetKey(&key));
+    registry.SetPropertySet(&set);
+  }
+
+  // Writes `source` as the blob `valueName` from a separate object, as another
+  // process would.
+  void SaveFromOutside(const ZORPropertySet& source, std::u16string_view valueName) {
+    std::vector<uint8_t> blob;
+    ASSERT_TRUE(source.GetAllPropertiesBinary(blob));
+    ASSERT_EQ(key.WriteValue(valueName, RegType::Binary, blob), RegStatus::Ok);
+  }
+
+  // Writes rounds of fresh data beside the set's value until `done` says the
+  // watcher has seen what it should.
+  template <typename Done>
+  bool PokeUntil(Event& signal, Done done) {
+    for (int round = 0; round < kMaxRounds; ++round) {
+      if (done()) return true;
+      EXPECT_EQ(key.WriteDword(u"Ping", static_cast<uint32_t>(round)), RegStatus::Ok);
+      signal.Wait(kRoundMs);
+    }
+    return done();
+  }
+
+  velapo::test::RegistryTestArea area;
+  RegKey key;
+  ZORPropertySetThreadsafe set;
+  ZORPropertySetRegistry registry;
+};
+
+}  // namespace
+
+TEST_F(PropertySetRegistry, SaveBinaryRefusesEmptySetsAndEmptyValues) {
+  ZORLogCapture log;
+  EXPECT_FALSE(registry.SaveBinary(u"VelApoGlobal"));
+  EXPECT_EQ(log.Count("GetAllPropertiesBinary returned 0 length.\n"), 1u);
+  RegType type = RegType::None;
+  uint32_t size = 0;
+  EXPECT_EQ(key.QueryValue(u"VelApoGlobal", type, size), RegStatus::NotFound);
+
+  // One empty value spoils the whole save, silently.
+  set.SetPropertyLong(u"Gain", 1);
+  set.SetPropertyWString(u"Empty", u"");
+  log.Clear();
+  EXPECT_FALSE(registry.SaveBinary(u"VelApoGlobal"));
+  EXPECT_EQ(key.QueryValue(u"VelApoGlobal", type, size), RegStatus::NotFound);
+  EXPECT_TRUE(log.Lines().empty());
+}
+
+TEST_F(PropertySetRegistry, SaveBinaryWithoutANameUsesTheRememberedOne) {
+  set.SetPropertyLong(u"Gain", 1);
+  // Nothing remembered yet: the key's default value.
+  ASSERT_TRUE(registry.SaveBinary(nullptr));
+  RegType type = RegType::None;
+  uint32_t size = 0;
+  ASSERT_EQ(key.QueryValue(u"", type, size), RegStatus::Ok);
+  EXPECT_EQ(type, RegType::Binary);
+  EXPECT_EQ(size, 4u + 4 + 4 + 8 + 1 + 4);
+
+  ASSERT_TRUE(registry.SaveBinary(u"Named"));
+  ZORPropertySetThreadsafe other;
+  other.SetPropertyLong(u"Gain", 2);
+  SaveFromOutside(other, u"Loaded");
+  ASSERT_TRUE(registry.LoadBinary(u"Loaded", false, false, false));
+  EXPECT_EQ(LongOf(set, u"Gain"), 2);
+  set.SetPropertyLong(u"Gain", 3);
+  ASSERT_TRUE(registry.SaveBinary(nullptr));  // now into "Loaded"
+  ZORPropertySetThreadsafe check;
+  ZORPropertySetRegistry reader;
+  reader.SetKey(&key);
+  reader.SetPropertySet(&check);
+  ASSERT_TRUE(reader.LoadBinary(u"Loaded", false, false, false));
+  EXPECT_EQ(LongOf(check, u"Gain"), 3);
+  ASSERT_TRUE(reader.LoadBinary(u"Named", false, false, false));
+  EXPECT_EQ(LongOf(check, u"Gain"), 1);
+}
+
+TEST_F(PropertySetRegistry, LoadBinaryLeavesTheSetAloneForMissingEmptyOrForeignValues) {
+  set.SetPropertyLong(u"Gain", 4);
+  ASSERT_EQ(key.WriteDword(u"Dword", 7), RegStatus::Ok);
+  ASSERT_EQ(key.WriteValue(u"Empty", RegType::Binary, {}), RegStatus::Ok);
+  for (const std::u16string_view name : {u"Missing", u"Dword", u"Empty"}) {
+    EXPECT_FALSE(registry.LoadBinary(name, false, true, true));
+    EXPECT_FALSE(registry.LoadBinary(name, true, true, true));
+  }
+  EXPECT_EQ(LongOf(set, u"Gain"), 4);
+  ZORPropertyList list;
+  set.GetAllProperties(list);
+  EXPECT_EQ(list.size(), 1u);
+}
+
+TEST_F(PropertySetRegistry, LoadBinaryReplacesOrMergesAsItsFlagsSay) {
+  ZORPropertySetThreadsafe source;
+  source.SetPropertyLong(u"A", 1);
+  source.SetPropertyLong(u"B", 2);
+  SaveFromOutside(source, u"Blob");
+  const auto reset = [this] {
+    set.ClearAllProperties();
+    set.SetPropertyLong(u"a", 0);
+    set.SetPropertyLong(u"C", 3);
+  };
+
+  reset();
+  ASSERT_TRUE(registry.LoadBinary(u"Blob", true, true, false));
+  EXPECT_EQ(LongOf(set, u"A"), 1);
+  EXPECT_EQ(LongOf(set, u"C"), 3);
+  EXPECT_EQ(LongOf(set, u"B"), -999);
+
+  reset();
+  ASSERT_TRUE(registry.LoadBinary(u"Blob", true, false, true));
+  EXPECT_EQ(LongOf(set, u"A"), 0);
+  EXPECT_EQ(LongOf(set, u"B"), 2);
+
+  reset();
+  ASSERT_TRUE(registry.LoadBinary(u"Blob", false, false, false));
+  ZORPropertyList list;
+  set.GetAllProperties(list);
+  ASSERT_EQ(list.size(), 2u);
+  EXPECT_EQ(list[0].name, u"A");
+  EXPECT_EQ(list[1].name, u"B");
+
+  // A blob cut inside its second record: the replacing load keeps the first
+  // and says false.
+  std::vector<uint8_t> blob;
+  ASSERT_TRUE(source.GetAllPropertiesBinary(blob));
+  blob.resize(blob.size() - 3);
+  ASSERT_EQ(key.WriteValue(u"Cut", RegType::Binary, blob), RegStatus::Ok);
+  EXPECT_FALSE(registry.LoadBinary(u"Cut", false, false, false));
+  set.GetAllProperties(list);
+  ASSERT_EQ(list.size(), 1u);
+  EXPECT_EQ(LongOf(set, u"A"), 1);
+}
+
+TEST_F(PropertySetRegistry, ValueLayoutStoresEachKindByTheTable) {
+  const unsigned char bytes[] = {1, 2};
+  set.SetProperty(u"Bool", VELAnyValBool(1));
+  set.SetProperty(u"Short", VELAnyValShort(-2));
+  set.SetProperty(u"Int", VELAnyValInt(-5));
+  set.SetProperty(u"Float", VELAnyValFloat(1.1f));
+  set.SetProperty(u"Double", VELAnyValDouble(0.5));
+  set.SetPropertyAString(u"Narrow", "abc");
+  set.SetPropertyWString(u"EmptyWide", u"");
+  set.SetProperty(u"EmptyArray", VELAnyValBinaryUC(nullptr, 0));
+  set.SetProperty(u"Array", VELAnyValBinaryUC(bytes, 2));
+  ASSERT_TRUE(registry.SaveValues());
+
+  struct Expected {
+    std::u16string_view name;
+    RegType type;
+    std::vector<uint8_t> data;
+  };
+  const Expected table[] = {
+      {u"Bool", RegType::Dword, Dword(1)},
+      {u"Short", RegType::Dword, Dword(0xFFFFFFFEu)},
+      {u"Int", RegType::Dword, Dword(0xFFFFFFFBu)},
+      {u"Float", RegType::Sz, Utf16Bytes(u"1.10000002")},
+      {u"Double", RegType::Sz, Utf16Bytes(u"0.5")},
+      {u"Narrow", RegType::Sz, Utf16Bytes(u"abc")},
+      {u"EmptyWide", RegType::Dword, Dword(0)},
+      {u"EmptyArray", RegType::Dword, Dword(0)},
+      {u"Array", RegType::Binary, {1, 2}},
+  };
+  for (const Expected& expected : table) {
+    RegType type = RegType::None;
+    std::vector<uint8_t> data;
+    ASSERT_EQ(key.ReadValue(expected.name, type, data), RegStatus::Ok);
+    EXPECT_EQ(type, expected.type) << std::string(expected.name.begin(), expected.name.end());
+    EXPECT_EQ(data, expected.data) << std::string(expected.name.begin(), expected.name.end());
+  }
+
+  // Read back, kinds do not survive: numbers become Long, text WString,
+  // arrays BinaryC, and the empty ones the number 0.
+  ZORPropertySetThreadsafe loaded;
+  registry.SetPropertySet(&loaded);
+  ASSERT_TRUE(registry.LoadValues());
+  EXPECT_EQ(LongOf(loaded, u"Bool"), 1);
+  EXPECT_EQ(LongOf(loaded, u"Short"), -2);
+  EXPECT_EQ(LongOf(loaded, u"EmptyWide"), 0);
+  EXPECT_EQ(LongOf(loaded, u"EmptyArray"), 0);
+  VELAnyValPtr value;
+  ASSERT_TRUE(loaded.GetProperty(u"Float", value));
+  ASSERT_EQ(value->GetType(), VEL_ANYVAL_WSTRING);
+  EXPECT_EQ(static_cast<const VELAnyValWString&>(*value).GetValue(), u"1.10000002");
+  ASSERT_TRUE(loaded.GetProperty(u"Array", value));
+  ASSERT_EQ(value->GetType(), VEL_ANYVAL_BINARYC);
+  EXPECT_EQ(value->GetSize(), 2u);
+}
+
+TEST_F(PropertySetRegistry, SaveValuesWritesTheRestWhenOneCannotBeWritten) {
+  set.SetPropertyAString(u"EmptyNarrow", "");
+  set.SetPropertyLong(u"Gain", 3);
+  EXPECT_FALSE(registry.SaveValues());
+  uint32_t number = 0;
+  EXPECT_EQ(key.ReadDword(u"Gain", number), RegStatus::Ok);
+  EXPECT_EQ(number, 3u);
+  RegType type = RegType::None;
+  uint32_t size = 0;
+  EXPECT_EQ(key.QueryValue(u"EmptyNarrow", type, size), RegStatus::NotFound);
+}
+
+TEST_F(PropertySetRegistry, LoadValuesReadsWhatItCanAndReportsTheRest) {
+  std::vector<uint8_t> unterminated = Utf16Bytes(u"abc", 0);
+  std::vector<uint8_t> odd = Utf16Bytes(u"abc");
+  odd.push_back('x');
+  ASSERT_EQ(key.WriteValue(u"Multi", RegType::MultiSz, Utf16Bytes(u"one\0two"sv, 2)), RegStatus::Ok);
+  ASSERT_EQ(key.WriteValue(u"Expand", RegType::ExpandSz, Utf16Bytes(u"%PATH%")), RegStatus::Ok);
+  ASSERT_EQ(key.WriteValue(u"Cut", RegType::Sz, Utf16Bytes(u"ab\0cd"sv)), RegStatus::Ok);
+  ASSERT_EQ(key.WriteValue(u"Unterminated", RegType::Sz, unterminated), RegStatus::Ok);
+  ASSERT_EQ(key.WriteValue(u"Odd", RegType::Sz, odd), RegStatus::Ok);
+  ASSERT_EQ(key.WriteValue(u"Qword", RegType::Qword, std::vector<uint8_t>(8, 1)), RegStatus::Ok);
+  ASSERT_EQ(key.WriteValue(u"ShortDword", RegType::Dword, std::vector<uint8_t>{1, 2}), RegStatus::Ok);
+  ASSERT_EQ(key.WriteValue(u"MultiOneNul", RegType::MultiSz, Utf16Bytes(u"x")), RegStatus::Ok);
+  ASSERT_EQ(key.WriteDword(u"Gain", 0xFFFFFFFFu), RegStatus::Ok);
+  set.SetPropertyLong(u"Stale", 1);
+
+  EXPECT_FALSE(registry.LoadValues());
+  ZORPropertyList list;
+  set.GetAllProperties(list);
+  std::string names;
+  for (const ZORProperty& entry : list) names += std::string(entry.name.begin(), entry.name.end()) + " ";
+  EXPECT_EQ(list.size(), 4u) << names;  // Multi, Expand, Cut, Gain; "Stale" went with the clear
+  std::u16string text;
+  EXPECT_TRUE(set.GetPropertyWString(u"Multi", text));
+  EXPECT_EQ(text, u"one");
+  EXPECT_TRUE(set.GetPropertyWString(u"Expand", text));
+  EXPECT_EQ(text, u"%PATH%");
+  EXPECT_TRUE(set.GetPropertyWString(u"Cut", text));
+  EXPECT_EQ(text, u"ab");
+  EXPECT_EQ(LongOf(set, u"Gain"), -1);
+
+  EXPECT_EQ(ZORPropertySetRegistry::ValueFromRegistry(RegType::Sz, {}), nullptr);
+  EXPECT_EQ(ZORPropertySetRegistry::ValueFromRegistry(RegType::MultiSz, Utf16Bytes(u"", 1)), nullptr);
+  EXPECT_NE(ZORPropertySetRegistry::ValueFromRegistry(RegType::MultiSz, Utf16Bytes(u"", 2)), nullptr);
+  EXPECT_EQ(ZORPropertySetRegistry::ValueFromRegistry(RegType::None, {}), nullptr);
+}
+
+TEST_F(PropertySetRegistry, AutoSaveFollowsTheSetAndKeepsItsFirstName) {
+  set.SetPropertyLong(u"Gain", 1);
+  ASSERT_TRUE(registry.SaveBinary(u"VelApoGlobal"));
+  registry.SetAutoSave(true, u"Given");
+  EXPECT_EQ(registry.AutoSaveName(), u"Given");
+  registry.SetAutoSave(true, u"Other");  // no change: the name stays
+  EXPECT_EQ(registry.AutoSaveName(), u"Given");
+
+  ZORPropertySetThreadsafe check;
+  ZORPropertySetRegistry reader;
+  reader.SetKey(&key);
+  reader.SetPropertySet(&check);
+  const auto saved = [&] {
+    EXPECT_TRUE(reader.LoadBinary(u"VelApoGlobal", false, false, false));
+    return LongOf(check, u"Gain");
+  };
+  set.SetPropertyLong(u"Gain", 2);  // saved under the remembered name, not "Given"
+  EXPECT_EQ(saved(), 2);
+  RegType type = RegType::None;
+  uint32_t size = 0;
+  EXPECT_EQ(key.QueryValue(u"Given", type, size), RegStatus::NotFound);
+
+  // The observer link moves with the set.
+  ZORPropertySetThreadsafe next;
+  next.SetPropertyLong(u"Gain", 7);
+  registry.SetPropertySet(&next);
+  set.SetPropertyLong(u"Gain", 3);
+  EXPECT_EQ(saved(), 2);
+  next.SetPropertyLong(u"Gain", 8);
+  EXPECT_EQ(saved(), 8);
+
+  registry.SetAutoSave(false, {});
+  EXPECT_TRUE(registry.AutoSaveName().empty());
+  next.SetPropertyLong(u"Gain", 9);
+  EXPECT_EQ(saved(), 8);
+  registry.SetPropertySet(&set);
+}
+
+TEST_F(PropertySetRegistry, DestroyedRegistryLeavesTheSetsObservers) {
+  ZORPropertySetThreadsafe own;
+  own.SetPropertyLong(u"Gain", 1);
+  {
+    ZORPropertySetRegistry saving;
+    saving.SetKey(&key);
+    saving.SetPropertySet(&own);
+    ASSERT_TRUE(saving.SaveBinary(u"Value"));
+    saving.SetAutoSave(true, u"Value");
+    ASSERT_TRUE(saving.MonitorBinary(true, u"Value"));
+  }
+  own.SetPropertyLong(u"Gain", 2);  // nobody saves it now
+  ASSERT_TRUE(registry.LoadBinary(u"Value", false, false, false));
+  EXPECT_EQ(LongOf(set, u"Gain"), 1);
+}
+
+TEST_F(PropertySetRegistry, SetKeyKeepsAPrivateDuplicateAndOpenKeyAsksOnlyToReadAndWatch) {
+  RegKey own;
+  ASSERT_EQ(key.Duplicate(own), RegStatus::Ok);
+  ASSERT_TRUE(registry.SetKey(&own));
+  own.Close();
+  set.SetPropertyLong(u"Gain", 1);
+  EXPECT_TRUE(registry.SaveBinary(u"Value"));
+
+  EXPECT_FALSE(registry.SetKey(nullptr));
+  EXPECT_FALSE(registry.GetKey().IsOpen());
+  EXPECT_FALSE(registry.SaveBinary(u"Value"));
+
+  ASSERT_TRUE(registry.OpenKey(key));
+  EXPECT_EQ(registry.GetKey().Access(), 0x111u);
+  EXPECT_TRUE(registry.LoadBinary(u"Value", false, false, false));
+  EXPECT_FALSE(registry.SaveBinary(u"Value"));  // no right to write
+}
+
+TEST_F(PropertySetRegistry, MonitoredReloadOverwritesKnownNamesAndNeverAddsNewOnes) {
+  set.SetPropertyLong(u"Gain", 1);
+  ASSERT_TRUE(registry.SaveBinary(u"VelApoGlobal"));
+  Observer observer;
+  set.AddNotify(&observer);
+  ASSERT_TRUE(registry.MonitorBinary(true, u"VelApoGlobal"));
+
+  ZORPropertySetThreadsafe other;
+  other.SetPropertyLong(u"Gain", 5);
+  other.SetPropertyLong(u"Extra", 1);
+  SaveFromOutside(other, u"VelApoGlobal");
+  EXPECT_TRUE(PokeUntil(observer.changedEvent, [&] { return LongOf(set, u"Gain") == 5; }));
+
+  // Stopping joins the watcher: nothing reaches the set afterwards.
+  ASSERT_TRUE(registry.MonitorBinary(false, u"VelApoGlobal"));
+  other.SetPropertyLong(u"Gain", 6);
+  SaveFromOutside(other, u"VelApoGlobal");
+  set.RemoveNotify(&observer);
+  EXPECT_EQ(LongOf(set, u"Gain"), 5);
+  EXPECT_EQ(LongOf(set, u"Extra"), -999);
+  EXPECT_EQ(observer.changed, 1);
+}
+
+TEST_F(PropertySetRegistry, EchoOfAnAutoSaveEndsAtTheSavingSet) {
+  set.SetPropertyLong(u"Gain", 1);
+  ASSERT_TRUE(registry.SaveBinary(u"VelApoGlobal"));
+  registry.SetAutoSave(true, u"VelApoGlobal");
+  Observer observer;
+  set.AddNotify(&observer);
+  ASSERT_TRUE(registry.MonitorBinary(true, u"VelApoGlobal"));
+  ASSERT_TRUE(observer.changingEvent.Wait(kMustNotTimeOutMs));  // the first load's look
+
+  const int looksBefore = observer.changing;
+  set.SetPropertyLong(u"Gain", 6);  // its own look, its change and save
+  // The watcher's reload takes one more look at "Gain" and changes nothing.
+  EXPECT_TRUE(PokeUntil(observer.changingEvent, [&] { return observer.changing >= looksBefore + 2; }));
+  ASSERT_TRUE(registry.MonitorBinary(false, {}));
+  set.RemoveNotify(&observer);
+  EXPECT_EQ(observer.changed, 1);
+  EXPECT_EQ(LongOf(set, u"Gain"), 6);
+}
+
+TEST_F(PropertySetRegistry, MonitorChangesCallsTheNotifierAndLoadsNothing) {
+  set.SetPropertyLong(u"Gain", 1);
+  ASSERT_TRUE(registry.SaveBinary(u"VelApoGlobal"));
+  Notifier notifier;
+  ASSERT_TRUE(registry.MonitorChanges(&notifier));
+  ZORPropertySetThreadsafe other;
+  other.SetPropertyLong(u"Gain", 5);
+  SaveFromOutside(other, u"VelApoGlobal");
+  EXPECT_TRUE(PokeUntil(notifier.called, [&] { return notifier.calls > 0; }));
+  ASSERT_TRUE(registry.MonitorChanges(nullptr));
+  EXPECT_EQ(notifier.from, &registry);
+  EXPECT_EQ(LongOf(set, u"Gain"), 1);
+}
+
+// Process A (a helper) saves; this process, B, watches. B's set hears the
+// change through SetProperty and its observers, never learns the name it
+// did not know, and A's own watcher ends the echo (the helper checks that).
+TEST_F(PropertySetRegistry, ASaveInAnotherProcessReachesThisProcesssObservers) {
+  set.SetPropertyLong(u"Gain", 1);
+  ASSERT_TRUE(registry.SaveBinary(u"VelApoGlobal"));
+  Observer observer;
+  set.AddNotify(&observer);
+  ASSERT_TRUE(registry.MonitorBinary(true, u"VelApoGlobal"));
+
+  velapo::test::ChildProcess processA;
+  ASSERT_TRUE(processA.Start(velapo::test::HelperBesideTest(VELAPO_PROPERTYSETREGISTRY_HELPER),
+                             {area.Root(), area.NarrowPath(u"Settings"), "VelApoGlobal"}));
+  while (LongOf(set, u"Gain") != 5) {
+    ASSERT_TRUE(observer.changedEvent.Wait(kMustNotTimeOutMs * 3));
+  }
+  ASSERT_EQ(key.WriteDword(u"Ack", 1), RegStatus::Ok);
+  EXPECT_EQ(processA.Wait(kMustNotTimeOutMs * 6), 0);
+
+  ASSERT_TRUE(registry.MonitorBinary(false, {}));
+  set.RemoveNotify(&observer);
+  EXPECT_EQ(observer.changed, 1);
+  EXPECT_EQ(LongOf(set, u"Extra"), -999);
+}
