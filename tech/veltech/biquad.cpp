@@ -85,6 +85,27 @@ void RunBiquad(const BiquadCoefficients& c, BiquadState& state, float* samples, 
 }
 
 // audio thread
+void RunBiquadPair(const BiquadCoefficients& c, BiquadState& firstState, BiquadState& secondState,
+                   float* first, float* second, uint32_t count) {
+  double s1 = firstState.s1, s2 = firstState.s2;
+  double t1 = secondState.s1, t2 = secondState.s2;
+  for (uint32_t i = 0; i < count; ++i) {
+    const double x = first[i];
+    const double u = second[i];
+    const double y = c.b0 * x + s1;
+    const double v = c.b0 * u + t1;
+    s1 = c.b1 * x - c.a1 * y + s2;
+    t1 = c.b1 * u - c.a1 * v + t2;
+    s2 = c.b2 * x - c.a2 * y;
+    t2 = c.b2 * u - c.a2 * v;
+    first[i] = static_cast<float>(y);
+    second[i] = static_cast<float>(v);
+  }
+  firstState = {s1, s2};
+  secondState = {t1, t2};
+}
+
+// audio thread
 void RunBiquadMixed(const BiquadCoefficients& c, BiquadState& state, float* samples,
                     const float* mix, uint32_t count) {
   double s1 = state.s1;

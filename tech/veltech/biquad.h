@@ -40,6 +40,9 @@ struct BiquadState {
 
 // Filters `count` samples in place. Audio thread.
 void RunBiquad(const BiquadCoefficients& c, BiquadState& state, float* samples, uint32_t count);
+// The same for two channels at once, with identical results.
+void RunBiquadPair(const BiquadCoefficients& c, BiquadState& firstState, BiquadState& secondState,
+                   float* first, float* second, uint32_t count);
 // The same, with the output blended into the input by `mix` per sample (0
 // dry, 1 filtered), for fading a section in or out.
 void RunBiquadMixed(const BiquadCoefficients& c, BiquadState& state, float* samples,

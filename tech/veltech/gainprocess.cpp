@@ -30,27 +30,24 @@ void GainProcess::Run(float* const* channels, uint32_t count, uint32_t frames) {
   } else {
     m_gain.SetTarget(TargetGain(), GlideFrames());
   }
-  // Work in short stretches so that one row of gains serves every channel.
+  // While gliding, work in short stretches so that one row of gains serves
+  // every channel; once the glide ends, the rest is one constant.
   constexpr uint32_t kStretch = 64;
   float gains[kStretch];
-  for (uint32_t done = 0; done < frames;) {
+  uint32_t done = 0;
+  for (; done < frames && m_gain.IsGliding(); done += kStretch) {
     const uint32_t n = std::min(kStretch, frames - done);
-    if (m_gain.IsGliding()) {
-      m_gain.Fill(gains, n);
-      for (uint32_t c = 0; c < count; ++c) {
-        float* samples = channels[c] + done;
-        for (uint32_t i = 0; i < n; ++i) samples[i] *= gains[i];
-      }
-    } else {
-      const auto gain = static_cast<float>(m_gain.Value());
-      if (gain != 1.0f) {
-        for (uint32_t c = 0; c < count; ++c) {
-          float* samples = channels[c] + done;
-          for (uint32_t i = 0; i < n; ++i) samples[i] *= gain;
-        }
-      }
+    m_gain.Fill(gains, n);
+    for (uint32_t c = 0; c < count; ++c) {
+      float* samples = channels[c] + done;
+      for (uint32_t i = 0; i < n; ++i) samples[i] *= gains[i];
     }
-    done += n;
+  }
+  const auto gain = static_cast<float>(m_gain.Value());
+  if (done >= frames || gain == 1.0f) return;
+  for (uint32_t c = 0; c < count; ++c) {
+    float* samples = channels[c];
+    for (uint32_t i = done; i < frames; ++i) samples[i] *= gain;
   }
 }
 

@@ -34,17 +34,18 @@ bool LimiterProcess::Prepare(uint32_t channels, uint32_t sampleRate) {
 
 // audio thread
 double LimiterProcess::HoldMinimum(double wanted) {
+  // Ring positions wrap by comparison: a division per frame would cost more
+  // than the rest of the limiter.
+  const auto wrap = [this](size_t position) { return position >= m_window ? position - m_window : position; };
   // Drop what has left the window, frames older than m_window - 1, first:
   // the ring then always has room for the new entry.
   while (m_heldCount > 0 && m_held[m_heldFront].frame + m_window <= m_frame) {
-    m_heldFront = m_heldFront + 1 == m_window ? 0 : m_heldFront + 1;
+    m_heldFront = wrap(m_heldFront + 1);
     --m_heldCount;
   }
   // Gains at least as large as the new one can never be the minimum again.
-  while (m_heldCount > 0 && m_held[(m_heldFront + m_heldCount - 1) % m_window].gain >= wanted) {
-    --m_heldCount;
-  }
-  m_held[(m_heldFront + m_heldCount) % m_window] = Held{wanted, m_frame};
+  while (m_heldCount > 0 && m_held[wrap(m_heldFront + m_heldCount - 1)].gain >= wanted) --m_heldCount;
+  m_held[wrap(m_heldFront + m_heldCount)] = Held{wanted, m_frame};
   ++m_heldCount;
   return m_held[m_heldFront].gain;
 }

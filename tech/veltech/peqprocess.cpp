@@ -43,17 +43,36 @@ bool PeqProcess::Prepare(uint32_t channels, uint32_t sampleRate) {
   const uint32_t glideFrames =
       std::max<uint32_t>(1, static_cast<uint32_t>(std::lround(kGlideSeconds * sampleRate)));
   m_glideSteps = (glideFrames + kUpdateFrames - 1) / kUpdateFrames;
+  // The frequency limit depends on the rate: work every target out afresh.
+  for (BandControls& seen : m_seen) seen = BandControls{};
+  m_seenPreamp = 1;
   return true;
 }
 
-PeqProcess::BandTargets PeqProcess::ReadBand(size_t band) const {
-  const double highest = kHighestFrequencyShare * SampleRate();
-  const double frequency = std::clamp<double>(Control(BandControl(band, kFrequency)), kLowestFrequency, highest);
-  return {Control(BandControl(band, kEnable)) != 0,
-          static_cast<FilterType>(Control(BandControl(band, kType))),
-          std::log2(frequency),
-          Control(BandControl(band, kGain)) / 100.0,
-          std::log2(Control(BandControl(band, kQ)) / 100.0)};
+const PeqProcess::BandTargets& PeqProcess::ReadBand(size_t band) {
+  BandControls& seen = m_seen[band];
+  bool changed = false;
+  for (size_t field = 0; field < kFieldCount; ++field) {
+    const int32_t value = Control(BandControl(band, static_cast<BandField>(field)));
+    changed = changed || value != seen.values[field];
+    seen.values[field] = value;
+  }
+  if (changed) {
+    const double highest = kHighestFrequencyShare * SampleRate();
+    const double frequency = std::clamp<double>(seen.values[kFrequency], kLowestFrequency, highest);
+    seen.targets = {seen.values[kEnable] != 0, static_cast<FilterType>(seen.values[kType]),
+                    std::log2(frequency), seen.values[kGain] / 100.0, std::log2(seen.values[kQ] / 100.0)};
+  }
+  return seen.targets;
+}
+
+double PeqProcess::ReadPreamp() {
+  const int32_t preamp = Control(kPreamp);
+  if (preamp != m_seenPreamp) {
+    m_seenPreamp = preamp;
+    m_preampGain = DecibelsToGain(preamp / 100.0);
+  }
+  return m_preampGain;
 }
 
 void PeqProcess::UpdateCoefficients(Band& band) const {
@@ -106,7 +125,7 @@ void PeqProcess::Run(float* const* channels, uint32_t count, uint32_t frames) {
   const bool start = TakeStartFlag();
   for (uint32_t offset = 0; offset < frames; offset += kUpdateFrames) {
     const uint32_t n = std::min(kUpdateFrames, frames - offset);
-    const double preamp = DecibelsToGain(Control(kPreamp) / 100.0);
+    const double preamp = ReadPreamp();
     if (start && offset == 0) {
       m_preamp.Snap(preamp);
       for (size_t b = 0; b < kBands; ++b) StartBand(b, ReadBand(b));
@@ -144,7 +163,14 @@ void PeqProcess::RunStretch(float* const* channels, uint32_t count, uint32_t off
         RunBiquadMixed(band.coefficients, states[c], channels[c] + offset, ramp, frames);
       }
     } else {
-      for (uint32_t c = 0; c < count; ++c) RunBiquad(band.coefficients, states[c], channels[c] + offset, frames);
+      // Channels in pairs: two independent recursions keep the processor
+      // busy where one would wait on its own last result.
+      uint32_t c = 0;
+      for (; c + 1 < count; c += 2) {
+        RunBiquadPair(band.coefficients, states[c], states[c + 1], channels[c] + offset,
+                      channels[c + 1] + offset, frames);
+      }
+      if (c < count) RunBiquad(band.coefficients, states[c], channels[c] + offset, frames);
     }
     for (uint32_t c = 0; c < count; ++c) FlushTinyState(states[c]);
   }

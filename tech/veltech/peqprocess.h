@@ -51,14 +51,21 @@ class PeqProcess : public TechProcess {
     BiquadCoefficients coefficients;
   };
   struct BandTargets {
-    bool enabled;
-    FilterType type;
-    double logFrequency;
-    double gainDb;
-    double logQ;
+    bool enabled = false;
+    FilterType type = FilterType::Peak;
+    double logFrequency = 0.0;
+    double gainDb = 0.0;
+    double logQ = 0.0;
+  };
+  // The raw control values the targets were worked out from, so that the
+  // logarithms are taken only when a value changes.
+  struct BandControls {
+    int32_t values[kFieldCount] = {-1, -1, -1, -1, -1};
+    BandTargets targets;
   };
 
-  BandTargets ReadBand(size_t band) const;
+  const BandTargets& ReadBand(size_t band);
+  double ReadPreamp();
   void StartBand(size_t band, const BandTargets& targets);
   void SteerBand(size_t band, const BandTargets& targets);
   void UpdateCoefficients(Band& band) const;
@@ -66,7 +73,10 @@ class PeqProcess : public TechProcess {
   void RunStretch(float* const* channels, uint32_t count, uint32_t offset, uint32_t frames);
 
   Band m_bands[kBands];
+  BandControls m_seen[kBands];
   LinearRamp m_preamp;
+  int32_t m_seenPreamp = 1;  // outside the range: read afresh
+  double m_preampGain = 1.0;
   // Filter memories, band-major: band b, channel c at b * channels + c.
   std::vector<BiquadState> m_states;
   uint32_t m_glideSteps = 1;  // coefficient updates per glide
