@@ -78,6 +78,9 @@ void LimiterProcess::Run(float* const* channels, uint32_t count, uint32_t frames
       m_delay[static_cast<size_t>(c) * m_window + m_position] = driven;
       peak = std::max(peak, static_cast<double>(std::fabs(driven)));
     }
+    // A channel the host left out of this block is silence here, so that
+    // its delay line never holds audio the gain didn't see.
+    for (uint32_t c = count; c < Channels(); ++c) m_delay[static_cast<size_t>(c) * m_window + m_position] = 0.0f;
     const double wanted = peak > m_threshold ? m_threshold / peak : 1.0;
     const double held = HoldMinimum(wanted);
     m_released = held < m_released ? held : m_released + (held - m_released) * m_releaseCoefficient;

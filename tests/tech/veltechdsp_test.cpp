@@ -299,6 +299,28 @@ TEST(VeltechLimiter, BelowTheThresholdIsAPureDelayAndRecoversAfterPeaks) {
   }
 }
 
+TEST(VeltechLimiter, ChannelsLeftOutOfABlockDontSlipPastTheThreshold) {
+  // Loud audio on both channels, then blocks that list only the first
+  // channel or none, then both again: whatever the second channel's delay
+  // line held must not come out above the threshold.
+  const uint32_t rate = 8000;
+  Veltech limiter("limiter");
+  ASSERT_TRUE(limiter.Set("Limiter-Threshold", -600));
+  ASSERT_TRUE(limiter.Init(2, rate));
+  Channels loud{Noise(400, 8.0, 1), Noise(400, 8.0, 2)};
+  limiter.RunAll(loud, 256);
+  Channels first{Noise(30, 0.01, 3)};
+  limiter.Run(first, 0, 30);
+  Channels none;
+  limiter.Run(none, 0, 5);
+  Channels quiet{Noise(400, 0.01, 4), Noise(400, 0.01, 5)};
+  limiter.RunAll(quiet, 256);
+  const double ceiling = std::pow(10.0, -600 / 2000.0) * (1.0 + 1e-6);
+  for (const std::vector<float>& channel : quiet) {
+    for (float sample : channel) ASSERT_LE(std::fabs(sample), ceiling);
+  }
+}
+
 TEST(VeltechStereo, WidenerScalesTheSideSignalOnly) {
   const uint32_t rate = 44100;
   const std::vector<float> left = Noise(2048, 0.5, 1);
