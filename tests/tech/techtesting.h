@@ -39,6 +39,7 @@ class ModuleDirectory {
 
 inline std::filesystem::path TestModuleDirectory() { return TestDirectory() / "testmodule"; }
 inline std::filesystem::path OrphanModuleDirectory() { return TestDirectory() / "orphanmodule"; }
+inline std::filesystem::path MinimalModuleDirectory() { return TestDirectory() / "minimalmodule"; }
 
 // The test module's call log, read through its extra export. Holding the
 // module loaded also keeps its log alive between the loader's loads.

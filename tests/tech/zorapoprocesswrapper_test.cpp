@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 
 #include "audio/zorapoprocesschain.h"
@@ -347,4 +348,25 @@ TEST_F(ZORAPOProcessWrapperTest, TransferStateAsksTheProcessOfThisWrapper) {
   EXPECT_FALSE(empty.TransferState(*outgoing));
   EXPECT_FALSE(outgoing->TransferState(empty));
   EXPECT_TRUE(m_log.Lines().empty());
+}
+
+TEST(ZORAPOProcessWrapper, ThePlainCModuleOfTheGuideRunsThroughTheHost) {
+  ModuleDirectory directory(techtest::MinimalModuleDirectory());
+  EXPECT_EQ(ZORAPOProcessLibrary::EnumProcesses(), Lines{"silence"});
+  ZORAPOProcessWrapper silence, other;
+  ASSERT_TRUE(silence.Load("silence", "S", "", 0));
+  ASSERT_TRUE(other.Load("silence", "T", "", 0));
+  EXPECT_FALSE(silence.Load("noise", "S", "", 0));
+  ASSERT_TRUE(silence.Load("silence", "S", "", 0));
+  ASSERT_TRUE(silence.Init(2, 48000));
+  EXPECT_EQ(silence.GetTotalLatency(), 0u);
+  std::vector<ZORUTSControlInfo> controls;
+  EXPECT_EQ(silence.EnumControls(controls), 0u);
+  EXPECT_FALSE(silence.SetControl(ZORUTSValue("S:Anything", 1)));
+  ZORAudioDataFloat block = Ramp(32, {0, 1});
+  silence.Process(&block);
+  const float* samples = block.GetData(false, false);
+  EXPECT_TRUE(std::all_of(samples, samples + 64, [](float s) { return s == 0.0f; }));
+  block.ReleaseData();
+  EXPECT_TRUE(silence.TransferState(other));
 }
