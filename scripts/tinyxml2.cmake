@@ -1,14 +1,15 @@
 # tinyxml2, the parser of the configuration file, as the target
 # velapo_tinyxml2. Natively it is Debian's libtinyxml2-dev. The Windows cross
 # build compiles it from Debian's source package, fetched into the build tree
-# at configure time by scripts/fetch-debian-source.sh and never committed. A
-# fuzz build does the same, so that libFuzzer sees the parser's branches and
-# the sanitizers check its memory accesses too.
+# at configure time by scripts/fetch-debian-source.sh and never committed.
+# Fuzz and sanitizer builds do the same, so that libFuzzer sees the parser's
+# branches and ASan and TSan see its memory accesses: the configuration's
+# document cache is walked by several threads at once.
 if(TARGET velapo_tinyxml2)
   return()
 endif()
 
-if((CMAKE_CROSSCOMPILING AND WIN32) OR VELAPO_BUILD_FUZZ)
+if((CMAKE_CROSSCOMPILING AND WIN32) OR VELAPO_BUILD_FUZZ OR VELAPO_SANITIZE)
   include(VelapoDebianSource)
   velapo_debian_source(tinyxml2 _velapo_tinyxml2_dir)
   if(NOT EXISTS ${_velapo_tinyxml2_dir}/tinyxml2.cpp)

@@ -5,7 +5,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <map>
 #include <system_error>
 
@@ -38,6 +37,33 @@ DocumentCache& Cache() {
   return cache;
 }
 
+// tinyxml2 decodes a name or text (entities, line ends) on its first read,
+// writing into the document. Reading every one once while the document is
+// still private turns all later reads into plain reads, so that several
+// threads may walk a cached document at once.
+void DecodeAllText(const XMLDocument& document) {
+  const XMLNode* node = document.FirstChild();
+  while (node != nullptr) {
+    node->Value();
+    if (const XMLElement* element = node->ToElement()) {
+      for (const tinyxml2::XMLAttribute* attribute = element->FirstAttribute();
+           attribute != nullptr; attribute = attribute->Next()) {
+        attribute->Name();
+        attribute->Value();
+      }
+    }
+    if (node->FirstChild() != nullptr) {
+      node = node->FirstChild();
+      continue;
+    }
+    while (node != nullptr && node->NextSibling() == nullptr) {
+      node = node->Parent();
+      if (node == &document) node = nullptr;
+    }
+    if (node != nullptr) node = node->NextSibling();
+  }
+}
+
 // Entity processing on, whitespace inside text kept as written.
 std::shared_ptr<XMLDocument> ParseText(std::string_view text) {
   auto document = std::make_shared<XMLDocument>(true, tinyxml2::PRESERVE_WHITESPACE);
@@ -45,6 +71,7 @@ std::shared_ptr<XMLDocument> ParseText(std::string_view text) {
     ZOR_LOG("XML error: %s\n", document->ErrorStr());
     return nullptr;
   }
+  DecodeAllText(*document);
   return document;
 }
 
@@ -60,10 +87,11 @@ DocumentPtr ParseFile(const std::u16string& path) {
   }
   std::ifstream in(file, std::ios::binary);
   if (!in) return nullptr;
-  std::string text;
-  text.reserve(static_cast<size_t>(size));
-  text.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  // Never more than the size checked above, even if the file grows now.
+  std::string text(static_cast<size_t>(size), '\0');
+  in.read(text.data(), static_cast<std::streamsize>(text.size()));
   if (in.bad()) return nullptr;
+  text.resize(static_cast<size_t>(in.gcount()));
   return ParseText(text);
 }
 
