@@ -61,8 +61,9 @@ void CheckConfiguration(const ZORAPOConfigurationFile& config, uint32_t status) 
 // Unique per run as well, since parallel jobs share the directory.
 std::filesystem::path ScratchPath(unsigned serial) {
   static const unsigned run = std::random_device{}();
-  return std::filesystem::temp_directory_path() /
-         ("velapo_configfile_fuzzer_" + std::to_string(run) + "_" + std::to_string(serial) + ".xml");
+  const std::string name = "velapo_configfile_fuzzer_" + std::to_string(run) + "_" +
+                           std::to_string(serial) + ".xml";
+  return std::filesystem::temp_directory_path() / name;
 }
 
 }  // namespace
