@@ -31,9 +31,7 @@ double CrossfeedProcess::LowPassCoefficient() const {
 bool CrossfeedProcess::Prepare(uint32_t, uint32_t sampleRate) {
   m_lowLeft = 0.0;
   m_lowRight = 0.0;
-  const uint32_t glideFrames =
-      std::max<uint32_t>(1, static_cast<uint32_t>(std::lround(kGlideSeconds * sampleRate)));
-  m_glideSteps = (glideFrames + kUpdateFrames - 1) / kUpdateFrames;
+  m_glideSteps = (GlideFramesAt(sampleRate) + kUpdateFrames - 1) / kUpdateFrames;
   m_share.Snap(TargetShare());
   m_logCutoff.Snap(TargetLogCutoff());
   return true;

@@ -40,9 +40,7 @@ const ControlTable& PeqProcess::Table() {
 
 bool PeqProcess::Prepare(uint32_t channels, uint32_t sampleRate) {
   m_states.assign(kBands * channels, BiquadState{});
-  const uint32_t glideFrames =
-      std::max<uint32_t>(1, static_cast<uint32_t>(std::lround(kGlideSeconds * sampleRate)));
-  m_glideSteps = (glideFrames + kUpdateFrames - 1) / kUpdateFrames;
+  m_glideSteps = (GlideFramesAt(sampleRate) + kUpdateFrames - 1) / kUpdateFrames;
   // The frequency limit depends on the rate: work every target out afresh.
   for (BandControls& seen : m_seen) seen = BandControls{};
   m_seenPreamp = 1;

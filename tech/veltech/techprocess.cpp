@@ -163,8 +163,8 @@ void TechProcess::Process(ZORChannelNode* in, ZORChannelNode* out, uint32_t fram
   Run(m_channelPointers.data(), count, frames);
 }
 
-uint32_t TechProcess::GlideFrames() const {
-  return std::max<uint32_t>(1, static_cast<uint32_t>(std::lround(kGlideSeconds * m_sampleRate)));
+uint32_t TechProcess::GlideFramesAt(uint32_t sampleRate) {
+  return std::max<uint32_t>(1, static_cast<uint32_t>(std::lround(kGlideSeconds * sampleRate)));
 }
 
 }  // namespace veltech

@@ -80,8 +80,10 @@ class TechProcess {
     m_start = false;
     return start;
   }
-  // Frames of a glide at the current rate; at least 1.
-  uint32_t GlideFrames() const;
+  // Frames of a glide at the current rate, or at `sampleRate` (for Prepare,
+  // which runs before the rate is current); at least 1.
+  uint32_t GlideFrames() const { return GlideFramesAt(m_sampleRate); }
+  static uint32_t GlideFramesAt(uint32_t sampleRate);
 
  private:
   struct AbiObject {
