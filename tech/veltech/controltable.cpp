@@ -37,36 +37,36 @@ bool ParseWholeNumber(const char* text, int32_t& value) {
 
 std::vector<const char*> OnOffNames() { return {"Disabled", "Enabled"}; }
 
-ControlTable::ControlTable(std::vector<ControlSpec> specs) : m_specs(std::move(specs)) {
-  m_records.reserve(m_specs.size());
-  for (const ControlSpec& spec : m_specs) {
+ControlTable::ControlTable(std::vector<ControlDefinition> definitions) : m_definitions(std::move(definitions)) {
+  m_records.reserve(m_definitions.size());
+  for (const ControlDefinition& definition : m_definitions) {
     ZORTechControl record{};
-    record.name = spec.name.c_str();
-    record.first = spec.minimum;
-    record.second = spec.maximum;
-    record.defaultValue = spec.defaultValue;
-    record.enumCount = static_cast<uint32_t>(spec.valueNames.size());
-    record.enumNames = spec.valueNames.empty() ? nullptr : spec.valueNames.data();
-    record.unit = spec.unit;
+    record.name = definition.name.c_str();
+    record.first = definition.minimum;
+    record.second = definition.maximum;
+    record.defaultValue = definition.defaultValue;
+    record.enumCount = static_cast<uint32_t>(definition.valueNames.size());
+    record.enumNames = definition.valueNames.empty() ? nullptr : definition.valueNames.data();
+    record.unit = definition.unit;
     m_records.push_back(record);
   }
 }
 
 int32_t ControlTable::Find(const char* name) const {
   if (name == nullptr) return kNotFound;
-  for (size_t i = 0; i < m_specs.size(); ++i) {
-    if (m_specs[i].name == name) return static_cast<int32_t>(i);
+  for (size_t i = 0; i < m_definitions.size(); ++i) {
+    if (m_definitions[i].name == name) return static_cast<int32_t>(i);
   }
   return kNotFound;
 }
 
 int32_t ControlTable::Clamp(size_t index, int32_t value) const {
-  return std::clamp(value, m_specs[index].minimum, m_specs[index].maximum);
+  return std::clamp(value, m_definitions[index].minimum, m_definitions[index].maximum);
 }
 
 bool ControlTable::ParseText(size_t index, const char* text, int32_t& value) const {
   if (text == nullptr) return false;
-  const std::vector<const char*>& names = m_specs[index].valueNames;
+  const std::vector<const char*>& names = m_definitions[index].valueNames;
   for (size_t i = 0; i < names.size(); ++i) {
     if (EqualsIgnoringCase(text, names[i])) {
       value = static_cast<int32_t>(i);
@@ -77,7 +77,7 @@ bool ControlTable::ParseText(size_t index, const char* text, int32_t& value) con
 }
 
 const char* ControlTable::ValueName(size_t index, int32_t value) const {
-  const std::vector<const char*>& names = m_specs[index].valueNames;
+  const std::vector<const char*>& names = m_definitions[index].valueNames;
   if (value < 0 || static_cast<size_t>(value) >= names.size()) return nullptr;
   return names[static_cast<size_t>(value)];
 }

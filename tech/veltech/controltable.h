@@ -13,7 +13,7 @@
 
 namespace veltech {
 
-struct ControlSpec {
+struct ControlDefinition {
   std::string name;  // "Kind-Name", addressed as "InstanceId:Kind-Name"
   int32_t minimum = 0;
   int32_t maximum = 0;
@@ -31,13 +31,13 @@ class ControlTable {
  public:
   static constexpr int32_t kNotFound = -1;
 
-  explicit ControlTable(std::vector<ControlSpec> specs);
+  explicit ControlTable(std::vector<ControlDefinition> definitions);
   // The records point into the table: it never moves.
   ControlTable(const ControlTable&) = delete;
   ControlTable& operator=(const ControlTable&) = delete;
 
-  size_t Size() const { return m_specs.size(); }
-  const ControlSpec& Spec(size_t index) const { return m_specs[index]; }
+  size_t Size() const { return m_definitions.size(); }
+  const ControlDefinition& Definition(size_t index) const { return m_definitions[index]; }
   const ZORTechControl* Records() const { return m_records.empty() ? nullptr : m_records.data(); }
 
   // The index of the control of exactly this name, or kNotFound.
@@ -52,7 +52,7 @@ class ControlTable {
   const char* ValueName(size_t index, int32_t value) const;
 
  private:
-  std::vector<ControlSpec> m_specs;
+  std::vector<ControlDefinition> m_definitions;
   std::vector<ZORTechControl> m_records;
 };
 

@@ -14,19 +14,19 @@ constexpr int32_t kDefaultFrequencies[PeqProcess::kBands] = {31,   63,   125,  2
 constexpr double kHighestFrequencyShare = 0.49;
 constexpr double kLowestFrequency = 10.0;
 
-std::vector<ControlSpec> MakeSpecs() {
-  std::vector<ControlSpec> specs;
-  specs.push_back({"PEQ-Preamp", -2400, 1200, 0, VELTECH_UNIT_HUNDREDTHS, {}});
+std::vector<ControlDefinition> MakeDefinitions() {
+  std::vector<ControlDefinition> definitions;
+  definitions.push_back({"PEQ-Preamp", -2400, 1200, 0, VELTECH_UNIT_HUNDREDTHS, {}});
   for (size_t b = 0; b < PeqProcess::kBands; ++b) {
     const std::string band = "PEQ-Band" + std::to_string(b + 1) + " ";
-    specs.push_back({band + "Enable", 0, 1, 0, VELTECH_UNIT_PLAIN, OnOffNames()});
-    specs.push_back({band + "Type", 0, kFilterTypeCount - 1, 0, VELTECH_UNIT_PLAIN,
+    definitions.push_back({band + "Enable", 0, 1, 0, VELTECH_UNIT_PLAIN, OnOffNames()});
+    definitions.push_back({band + "Type", 0, kFilterTypeCount - 1, 0, VELTECH_UNIT_PLAIN,
                      {"Peak", "Low Shelf", "High Shelf", "Low Pass", "High Pass", "Notch"}});
-    specs.push_back({band + "Frequency", 10, 24000, kDefaultFrequencies[b], VELTECH_UNIT_PLAIN, {}});
-    specs.push_back({band + "Gain", -2400, 2400, 0, VELTECH_UNIT_HUNDREDTHS, {}});
-    specs.push_back({band + "Q", 10, 2000, 71, VELTECH_UNIT_HUNDREDTHS, {}});
+    definitions.push_back({band + "Frequency", 10, 24000, kDefaultFrequencies[b], VELTECH_UNIT_PLAIN, {}});
+    definitions.push_back({band + "Gain", -2400, 2400, 0, VELTECH_UNIT_HUNDREDTHS, {}});
+    definitions.push_back({band + "Q", 10, 2000, 71, VELTECH_UNIT_HUNDREDTHS, {}});
   }
-  return specs;
+  return definitions;
 }
 
 double DecibelsToGain(double decibels) { return std::pow(10.0, decibels / 20.0); }
@@ -34,7 +34,7 @@ double DecibelsToGain(double decibels) { return std::pow(10.0, decibels / 20.0);
 }  // namespace
 
 const ControlTable& PeqProcess::Table() {
-  static const ControlTable table(MakeSpecs());
+  static const ControlTable table(MakeDefinitions());
   return table;
 }
 

@@ -69,7 +69,7 @@ TechProcess::TechProcess(const ControlTable& controls)
     : m_abi{{&kTable}, this},
       m_controls(controls),
       m_values(std::make_unique<std::atomic<int32_t>[]>(controls.Size())) {
-  for (size_t i = 0; i < controls.Size(); ++i) m_values[i].store(controls.Spec(i).defaultValue);
+  for (size_t i = 0; i < controls.Size(); ++i) m_values[i].store(controls.Definition(i).defaultValue);
 }
 
 TechProcess::~TechProcess() = default;
