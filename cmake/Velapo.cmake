@@ -9,8 +9,9 @@ target_include_directories(velapo_options INTERFACE
 
 if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
   target_compile_options(velapo_options INTERFACE
-    -Wall -Wextra -Wshadow -Wnon-virtual-dtor -Wcast-align -Woverloaded-virtual
-    -Wformat=2 -Wimplicit-fallthrough
+    -Wall -Wextra -Wshadow -Wcast-align -Wformat=2 -Wimplicit-fallthrough
+    $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>
+    $<$<COMPILE_LANGUAGE:CXX>:-Woverloaded-virtual>
     # Mixing results are pinned bit for bit, and the Windows and Linux builds
     # must agree: never fuse a multiply and an add behind the code's back.
     -ffp-contract=off)
