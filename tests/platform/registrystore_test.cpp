@@ -324,6 +324,31 @@ TEST_F(RegistryStore, DeletingAKeySignalsItsWatchersAndRewritingSignalsToo) {
   EXPECT_EQ(watch.NotifyChange(false, zor::os::kNotifyChangeLastSet, changed), RegStatus::KeyDeleted);
 }
 
+// A writer closes its file after the rename that put the value in place;
+// the kernel reports that close under the value's name. A watcher that armed
+// again after the rename's signal must not take the close for a new change.
+TEST_F(RegistryStore, AWritersLateCloseOfItsValueFileSignalsNothing) {
+  Event watched(EventReset::Auto);
+  Event control(EventReset::Auto);
+  RegKey writer = Create(u"Rearm");
+  RegKey other = Create(u"Control");
+  ASSERT_EQ(writer.WriteDword(u"Value", 1), RegStatus::Ok);
+  RegKey watch = Create(u"Rearm");
+  RegKey controlWatch = Create(u"Control");
+  ASSERT_EQ(watch.NotifyChange(false, zor::os::kNotifyChangeLastSet, watched), RegStatus::Ok);
+  ASSERT_EQ(controlWatch.NotifyChange(false, zor::os::kNotifyChangeLastSet, control), RegStatus::Ok);
+
+  const int late = ::open((DirOf(u"Rearm") / "@value").c_str(), O_WRONLY | O_CLOEXEC);
+  ASSERT_GE(late, 0);
+  ::close(late);
+  // A change elsewhere marks the moment by which the close has been handled.
+  ASSERT_EQ(other.WriteDword(u"Value", 1), RegStatus::Ok);
+  ASSERT_TRUE(control.Wait(kMustNotTimeOutMs));
+  EXPECT_FALSE(watched.Wait(0));
+  ASSERT_EQ(writer.WriteDword(u"Value", 2), RegStatus::Ok);
+  EXPECT_TRUE(watched.Wait(kMustNotTimeOutMs));
+}
+
 TEST_F(RegistryStore, SecuritySetsThePermissionBitsOfTheKeyAndWhatComesBelow) {
   RegKey key = Create(u"Perm");
   ASSERT_EQ(key.WriteDword(u"Before", 1), RegStatus::Ok);

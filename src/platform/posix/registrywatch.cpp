@@ -22,13 +22,14 @@
 namespace zor::os::regstore {
 namespace {
 
-// Everything that can change a key directory. Writers replace value files by
+// Everything that changes a key directory. Writers replace value files by
 // rename (IN_MOVED_TO), deletes unlink them, keys appear by rename of a
-// finished temporary directory; IN_CLOSE_WRITE and IN_CREATE catch a value
-// file that some other tool wrote in place.
-constexpr uint32_t kWatchMask = IN_MOVED_TO | IN_MOVED_FROM | IN_CREATE | IN_DELETE |
-                                IN_CLOSE_WRITE | IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF |
-                                IN_ONLYDIR;
+// finished temporary directory; IN_CREATE catches a value or key some other
+// tool made in place. Not IN_CLOSE_WRITE: a writer closes its file after
+// the rename, and the kernel names the event after the value, which would
+// signal a watcher that armed again in between for a change it has seen.
+constexpr uint32_t kWatchMask = IN_MOVED_TO | IN_MOVED_FROM | IN_CREATE | IN_DELETE | IN_ATTRIB |
+                                IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
 
 bool IsKeyEntry(const char* name) {
   return name[0] != '\0' && name[0] != '.' && name[0] != kValuePrefix;
@@ -215,7 +216,7 @@ class ChangeHub {
     } else if (name[0] == '.') {
       return;  // temporary files and directories, and a key's name record
     } else if (name[0] == kValuePrefix) {
-      if ((event.mask & (IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE | IN_CLOSE_WRITE | IN_CREATE)) != 0) {
+      if ((event.mask & (IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE | IN_CREATE)) != 0) {
         kinds |= kNotifyChangeLastSet;
       }
     } else if ((event.mask & IN_ISDIR) != 0) {
