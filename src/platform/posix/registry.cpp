@@ -527,6 +527,7 @@ bool RegKey::IsOpen() const { return m_state != nullptr; }
 uint32_t RegKey::Access() const { return m_state ? m_state->access : 0; }
 
 RegStatus RegKey::QueryValue(std::u16string_view name, RegType& type, uint32_t& size) const {
+  // A size is only worth giving once the whole record has checked out.
   std::vector<uint8_t> data;
   const RegStatus status = ReadValue(name, type, data);
   if (status == RegStatus::Ok) size = static_cast<uint32_t>(data.size());

@@ -7,7 +7,9 @@
 //
 // The thread starts with the first Arm and is stopped when the module is
 // unloaded (or the process ends); notifications armed then are never
-// signalled. Any thread may call every function here.
+// signalled. Any thread may call every function here. A process that forks
+// arms notifications in the parent, or in the child after exec: a forked
+// copy has the parent's bookkeeping but not its thread.
 
 #include <cstdint>
 #include <string>
