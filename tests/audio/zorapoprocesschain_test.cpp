@@ -7,24 +7,33 @@
 
 namespace {
 
-// Doubles every sample and remembers what it was given.
+// Multiplies every sample by `gain`, records the shape it is handed and
+// its Init; Init may fail.
 class DoublingStage : public IZORAudioProcess<float> {
  public:
-  bool Init(uint32_t, uint32_t) override { return true; }
+  bool Init(uint32_t channelCount, uint32_t sampleRate) override {
+    initChannels = channelCount;
+    initRate = sampleRate;
+    return initResult;
+  }
   void SetBypass(bool) override {}
   bool GetBypass() const override { return false; }
   uint32_t GetLatency() const override { return 0; }
   void Process(IZORAudioData<float>* data) override {
     seen = data;
     channels = data->GetChannels();
+    frames = data->GetFrames();
+    rate = data->GetSampleRate();
     float* samples = data->GetData(true, true);
     for (uint32_t i = 0; samples != nullptr && i < data->GetSampleCount(); ++i) {
-      samples[i] *= 2.0f;
+      samples[i] *= gain;
     }
     data->ReleaseData();
   }
+  float gain = 2.0f;
+  bool initResult = true;
+  uint32_t initChannels = 0, initRate = 0, channels = 0, frames = 0, rate = 0;
   IZORAudioData<float>* seen = nullptr;
-  uint32_t channels = 0;
 };
 
 class RecordingHook : public IZORAPOProcessChainPipeHook {
@@ -180,35 +189,9 @@ TEST(ZORAPOProcessChain, OnlyACaptureChainFeedsThePipeOnTheBypassPath) {
   }
 }
 
-namespace {
-
-// Records the shape of what the tuned path hands it; Init may fail.
-class ShapeStage : public IZORAudioProcess<float> {
- public:
-  bool Init(uint32_t channels, uint32_t sampleRate) override {
-    initChannels = channels;
-    initRate = sampleRate;
-    return initResult;
-  }
-  void SetBypass(bool) override {}
-  bool GetBypass() const override { return false; }
-  uint32_t GetLatency() const override { return 0; }
-  void Process(IZORAudioData<float>* data) override {
-    frames = data->GetFrames();
-    rate = data->GetSampleRate();
-  }
-  bool initResult = true;
-  uint32_t initChannels = 0;
-  uint32_t initRate = 0;
-  uint32_t frames = 0;
-  uint32_t rate = 0;
-};
-
-}  // namespace
-
 TEST(ZORAPOProcessChain, AnInternalRateRunsTheStagesThereAndKeepsTheHostsFrames) {
   ZORAPOProcessChain chain;
-  ShapeStage stage;
+  DoublingStage stage;
   IZORAudioProcess<float>* stages[] = {&stage};
   ASSERT_TRUE(chain.BuildFromStages(2, 44100, true, stages, 48000));
   EXPECT_EQ(chain.GetRate(), 48000u);
@@ -243,8 +226,9 @@ TEST(ZORAPOProcessChain, ABuildStartsFromOneCushionHoweverOftenItIsRebuilt) {
   // so the tuned path delays by the cushion alone: five frames per build,
   // never five more per rebuild.
   ZORAPOProcessChain chain;
-  ShapeStage stage;
+  DoublingStage stage;
   IZORAudioProcess<float>* stages[] = {&stage};
+  stage.gain = 1.0f;
   for (int build = 0; build < 3; ++build) {
     ASSERT_TRUE(chain.BuildFromStages(2, 48000, true, stages, 48000));
     ZORAudioDataFloat block = Noise(64, 2, 30);
@@ -259,7 +243,7 @@ TEST(ZORAPOProcessChain, ABuildStartsFromOneCushionHoweverOftenItIsRebuilt) {
 
 TEST(ZORAPOProcessChain, AFailedBuildLeavesTheChainOnItsBypassPath) {
   ZORAPOProcessChain chain;
-  ShapeStage stage;
+  DoublingStage stage;
   stage.initResult = false;
   IZORAudioProcess<float>* stages[] = {&stage};
   EXPECT_FALSE(chain.BuildFromStages(2, 48000, true, stages));

@@ -11,15 +11,11 @@
 
 namespace {
 
-ZORAudioDataFloat Mono(std::vector<float> samples) {
-  ZORAudioDataFloat block;
-  block.AssignMemory(samples.data(), static_cast<uint32_t>(samples.size()), 1, true, 48000);
-  return block;
-}
+using Floats = std::vector<float>;
 
-std::vector<float> Samples(ZORAudioDataFloat& block, bool interleaved = true) {
-  const float* samples = block.GetData(false, interleaved);
-  std::vector<float> out;
+Floats Samples(ZORAudioDataFloat& block) {
+  const float* samples = block.GetData(false, true);
+  Floats out;
   if (samples != nullptr) {
     out.assign(samples, samples + block.GetSampleCount());
   }
@@ -27,7 +23,13 @@ std::vector<float> Samples(ZORAudioDataFloat& block, bool interleaved = true) {
   return out;
 }
 
-using Floats = std::vector<float>;
+// Runs one mono block through the delay and returns what came out.
+Floats Mono(ZORAudioProcessDelay& delay, Floats samples) {
+  ZORAudioDataFloat block;
+  block.AssignMemory(samples.data(), static_cast<uint32_t>(samples.size()), 1, true, 48000);
+  delay.Process(&block);
+  return Samples(block);
+}
 
 }  // namespace
 
@@ -37,20 +39,12 @@ TEST(ZORAudioProcessDelay, ThreeFramesOnOneChannelCarryAcrossBlocks) {
   delay.SetDelay(3);
   EXPECT_EQ(delay.GetLatency(), 3u);
 
-  ZORAudioDataFloat first = Mono({1, 2, 3, 4});
-  delay.Process(&first);
-  EXPECT_EQ(Samples(first), (Floats{0, 0, 0, 1}));
-  ZORAudioDataFloat second = Mono({5, 6, 7, 8});
-  delay.Process(&second);
-  EXPECT_EQ(Samples(second), (Floats{2, 3, 4, 5}));
+  EXPECT_EQ(Mono(delay, {1, 2, 3, 4}), (Floats{0, 0, 0, 1}));
+  EXPECT_EQ(Mono(delay, {5, 6, 7, 8}), (Floats{2, 3, 4, 5}));
 
   // A block shorter than the delay comes entirely from what was held.
-  ZORAudioDataFloat shortBlock = Mono({9, 10});
-  delay.Process(&shortBlock);
-  EXPECT_EQ(Samples(shortBlock), (Floats{6, 7}));
-  ZORAudioDataFloat next = Mono({11, 12, 13});
-  delay.Process(&next);
-  EXPECT_EQ(Samples(next), (Floats{8, 9, 10}));
+  EXPECT_EQ(Mono(delay, {9, 10}), (Floats{6, 7}));
+  EXPECT_EQ(Mono(delay, {11, 12, 13}), (Floats{8, 9, 10}));
 }
 
 TEST(ZORAudioProcessDelay, DelaysAStreamInBlocksOfAnySizeAsAWhole) {
@@ -78,14 +72,13 @@ TEST(ZORAudioProcessDelay, DelaysAStreamInBlocksOfAnySizeAsAWhole) {
     data.AssignMemory(samples.data(), frames, kChannels, true, 44100);
     delay.Process(&data);
     ASSERT_EQ(data.GetFrames(), frames);
-    const std::vector<float> out = Samples(data);
+    const Floats out = Samples(data);
     output.insert(output.end(), out.begin(), out.end());
   }
   ASSERT_EQ(output.size(), input.size());
+  const size_t shift = size_t{kDelay} * kChannels;
   for (size_t i = 0; i < output.size(); ++i) {
-    const size_t shift = size_t{kDelay} * kChannels;
-    const float expected = i < shift ? 0.0f : input[i - shift];
-    ASSERT_EQ(output[i], expected) << "sample " << i;
+    ASSERT_EQ(output[i], i < shift ? 0.0f : input[i - shift]) << "sample " << i;
   }
 }
 
@@ -93,35 +86,24 @@ TEST(ZORAudioProcessDelay, ChangingTheDelayWhileRunning) {
   ZORAudioProcessDelay delay;
   delay.Init(1, 48000);
   delay.SetDelay(3);
-  ZORAudioDataFloat block = Mono({1, 2, 3, 4});
-  delay.Process(&block);  // holds 2 3 4
+  Mono(delay, {1, 2, 3, 4});  // holds 2 3 4
 
   // Longer: silence goes after the audio held, so the held audio comes out
   // first and the gap follows it.
   delay.SetDelay(5);
   EXPECT_EQ(delay.GetLatency(), 5u);
-  block = Mono({5, 6, 7, 8});
-  delay.Process(&block);
-  EXPECT_EQ(Samples(block), (Floats{2, 3, 4, 0}));
-  block = Mono({9, 10, 11, 12});
-  delay.Process(&block);  // held before: 0 5 6 7 8
-  EXPECT_EQ(Samples(block), (Floats{0, 5, 6, 7}));
+  EXPECT_EQ(Mono(delay, {5, 6, 7, 8}), (Floats{2, 3, 4, 0}));
+  EXPECT_EQ(Mono(delay, {9, 10, 11, 12}), (Floats{0, 5, 6, 7}));  // held: 0 5 6 7 8
 
   // Shorter: the newest samples go (held were 8 9 10 11 12, now 8 9).
   delay.SetDelay(2);
-  block = Mono({13, 14, 15});
-  delay.Process(&block);
-  EXPECT_EQ(Samples(block), (Floats{8, 9, 13}));
+  EXPECT_EQ(Mono(delay, {13, 14, 15}), (Floats{8, 9, 13}));
 
   // Delay 0 keeps what is held, and a later delay finds it again.
   delay.SetDelay(0);
-  block = Mono({16, 17});
-  delay.Process(&block);
-  EXPECT_EQ(Samples(block), (Floats{16, 17}));
+  EXPECT_EQ(Mono(delay, {16, 17}), (Floats{16, 17}));
   delay.SetDelay(2);
-  block = Mono({18, 19, 20});
-  delay.Process(&block);
-  EXPECT_EQ(Samples(block), (Floats{14, 15, 18}));
+  EXPECT_EQ(Mono(delay, {18, 19, 20}), (Floats{14, 15, 18}));
 }
 
 TEST(ZORAudioProcessDelay, WithoutLinesOrDelayTheBlockIsLeftAlone) {

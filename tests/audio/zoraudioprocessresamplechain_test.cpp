@@ -72,6 +72,15 @@ std::vector<float> Interleaved(IZORAudioData<float>& block) {
   return out;
 }
 
+// Points `data` at `samples` and runs it through the chain; returns the output.
+std::vector<float> Feed(ZORAudioProcessResampleChain& chain, ZORAudioDataFloat& data,
+                        const std::vector<float>& samples, uint32_t channels, uint32_t rate) {
+  data.AssignMemory(samples.data(), static_cast<uint32_t>(samples.size() / channels), channels,
+                    true, rate);
+  chain.Process(&data);
+  return Interleaved(data);
+}
+
 struct StreamResult {
   std::vector<float> output;
   uint32_t minFifo = UINT32_MAX;
@@ -132,7 +141,6 @@ TEST(ZORAudioProcessResampleChain, WithoutAnInternalRateTheStagesGetTheHostsBloc
 TEST(ZORAudioProcessResampleChain, LatencyAddsTheCushionWhenResampling) {
   ZORAudioProcessResampleChain chain;
   chain.SetInternalRate(48000);
-  EXPECT_EQ(chain.GetInternalRate(), 48000u);
   EXPECT_EQ(chain.GetLatency(), 5u);
   RecordingStage first(10);
   RecordingStage second(7);
@@ -194,9 +202,7 @@ TEST(ZORAudioProcessResampleChain, EveryInitLaysAnotherCushion) {
   for (uint32_t block = 0; block < 3; ++block) {
     const std::vector<float> samples = Ramp(64, 2, block * 64);
     input.insert(input.end(), samples.begin(), samples.end());
-    data.AssignMemory(samples.data(), 64, 2, true, 48000);
-    chain.Process(&data);
-    const std::vector<float> out = Interleaved(data);
+    const std::vector<float> out = Feed(chain, data, samples, 2, 48000);
     output.insert(output.end(), out.begin(), out.end());
   }
   for (size_t i = 0; i < output.size(); ++i) {
@@ -223,10 +229,8 @@ TEST(ZORAudioProcessResampleChain, AShortDeliveryIsPaddedWithSilenceAndCounted) 
 
   const std::vector<float> first = Ramp(480, 1, 0);
   ZORAudioDataFloat data;
-  data.AssignMemory(first.data(), 480, 1, true, 48000);
-  chain.Process(&data);
-  ASSERT_EQ(data.GetFrames(), 480u);
-  const std::vector<float> out = Interleaved(data);
+  const std::vector<float> out = Feed(chain, data, first, 1, 48000);
+  ASSERT_EQ(out.size(), 480u);
   for (size_t i = 0; i < 480; ++i) {
     const float expected = i < 5 ? 0.0f : i < 465 ? first[i - 5] : 0.0f;
     ASSERT_EQ(out[i], expected) << i;
@@ -236,9 +240,7 @@ TEST(ZORAudioProcessResampleChain, AShortDeliveryIsPaddedWithSilenceAndCounted) 
 
   // From here the FIFO runs empty but whole: no more padding.
   const std::vector<float> second = Ramp(480, 1, 480);
-  data.AssignMemory(second.data(), 480, 1, true, 48000);
-  chain.Process(&data);
-  EXPECT_EQ(Interleaved(data), second);
+  EXPECT_EQ(Feed(chain, data, second, 1, 48000), second);
   EXPECT_EQ(chain.GetPaddedFrames(), 15u);
 }
 
@@ -252,10 +254,7 @@ TEST(ZORAudioProcessResampleChain, AnOverDeliveryCannotFillTheFifoWithoutEnd) {
 
   ZORAudioDataFloat data;
   for (uint32_t block = 0; block < 20; ++block) {
-    const std::vector<float> samples = Ramp(480, 2, block * 480);
-    data.AssignMemory(samples.data(), 480, 2, true, 48000);
-    chain.Process(&data);
-    ASSERT_EQ(data.GetFrames(), 480u);
+    ASSERT_EQ(Feed(chain, data, Ramp(480, 2, block * 480), 2, 48000).size(), 960u);
     ASSERT_LE(chain.GetFifoFrames(), 480u + 5u) << "block " << block;
   }
   EXPECT_GT(chain.GetDroppedFrames(), 0u);
@@ -267,16 +266,11 @@ TEST(ZORAudioProcessResampleChain, ANewWidthStartsTheFifoAfresh) {
   chain.SetInternalRate(48000);
   ASSERT_TRUE(chain.Init(2, 48000));
   ZORAudioDataFloat data;
-  const std::vector<float> stereo = Ramp(32, 2, 0);
-  data.AssignMemory(stereo.data(), 32, 2, true, 48000);
-  chain.Process(&data);
-
+  Feed(chain, data, Ramp(32, 2, 0), 2, 48000);
   const std::vector<float> mono = Ramp(32, 1, 100);
-  data.AssignMemory(mono.data(), 32, 1, true, 48000);
-  chain.Process(&data);
+  const std::vector<float> out = Feed(chain, data, mono, 1, 48000);
   ASSERT_EQ(data.GetFrames(), 32u);
   ASSERT_EQ(data.GetChannels(), 1u);
-  const std::vector<float> out = Interleaved(data);
   for (size_t i = 0; i < out.size(); ++i) {
     ASSERT_EQ(out[i], i < 5 ? 0.0f : mono[i - 5]) << "no stereo frames read as mono, at " << i;
   }
@@ -292,17 +286,13 @@ TEST(ZORAudioProcessResampleChain, BlocksItCannotConvertPassAsTheyAre) {
   ZORAudioDataFloat data;
 
   // A block without a rate: the way down fails and the block is left.
-  data.AssignMemory(samples.data(), 100, 2, true, IZORAudioData<float>::kRateNotSet);
-  chain.Process(&data);
+  EXPECT_EQ(Feed(chain, data, samples, 2, IZORAudioData<float>::kRateNotSet), samples);
   EXPECT_EQ(stage.seen, nullptr);
-  EXPECT_EQ(Interleaved(data), samples);
 
   // A bypassed chain touches nothing either.
   chain.SetBypass(true);
-  data.AssignMemory(samples.data(), 100, 2, true, 44100);
-  chain.Process(&data);
+  EXPECT_EQ(Feed(chain, data, samples, 2, 44100), samples);
   EXPECT_EQ(stage.seen, nullptr);
-  EXPECT_EQ(Interleaved(data), samples);
 }
 
 TEST(ZORAudioProcessResampleChain, AFailedSetUpFailsInitYetInitialisesTheStages) {

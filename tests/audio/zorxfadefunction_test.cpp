@@ -93,50 +93,37 @@ TEST(ZORXFadeFunction, GainRisesInDecibelsFromMinus120) {
   }
 }
 
-TEST(ZORXFadeFunction, MixesFrameByFrameAndLeavesFramesAfterTheFade) {
-  ZORXFadeFunction fade;
-  fade.Init(48000, kFadeTime, 0);
-  const uint32_t channels = 2;
-  const uint32_t total = 3072 + 200;
-  const std::vector<float> out = RunFade(fade, total, 480, channels);
-  ASSERT_EQ(out.size(), static_cast<size_t>(total) * channels);
-  for (uint32_t f = 0; f < total; ++f) {
-    for (uint32_t c = 0; c < channels; ++c) {
-      const float s = OldSample(f, c);
-      const float d = NewSample(f, c);
-      float expected = d;
-      if (f < 3072) {
-        const float g = ReferenceGain(f, 3072);
-        expected = s * (1.0f - g) + g * d;
+TEST(ZORXFadeFunction, MixesFrameByFrameAfterTheDelayAndLeavesFramesAfterTheFade) {
+  struct Case {
+    uint64_t delayTime;
+    uint32_t delayFrames, channels, blockFrames;
+  };
+  // The second: 100 frames of delay at 48 kHz, so blocks of 64 straddle the
+  // end of the delay (frame 100) and of the fade (frame 3172).
+  for (const Case& test : {Case{0, 0, 2, 480}, Case{208334, 100, 3, 64}}) {
+    SCOPED_TRACE(testing::Message() << test.delayFrames << " frames of delay");
+    ZORXFadeFunction fade;
+    fade.Init(48000, kFadeTime, test.delayTime);
+    ASSERT_EQ(fade.GetDelayFrames(), test.delayFrames);
+    const uint32_t fadeEnd = test.delayFrames + 3072;
+    const uint32_t total = fadeEnd + 200;
+    const std::vector<float> out = RunFade(fade, total, test.blockFrames, test.channels);
+    ASSERT_EQ(out.size(), static_cast<size_t>(total) * test.channels);
+    for (uint32_t f = 0; f < total; ++f) {
+      for (uint32_t c = 0; c < test.channels; ++c) {
+        const float s = OldSample(f, c);
+        const float d = NewSample(f, c);
+        float expected = d;
+        if (f < test.delayFrames) {
+          expected = s;
+        } else if (f < fadeEnd) {
+          const float g = ReferenceGain(f - test.delayFrames, 3072);
+          expected = s * (1.0f - g) + g * d;
+        }
+        ASSERT_EQ(out[static_cast<size_t>(f) * test.channels + c], expected) << "frame " << f;
       }
-      ASSERT_EQ(out[static_cast<size_t>(f) * channels + c], expected) << "frame " << f;
     }
-  }
-  EXPECT_GE(fade.GetPosition(), 1.0f);
-}
-
-TEST(ZORXFadeFunction, DelayPhaseCopiesTheOldChainAndSplitsInsideABlock) {
-  ZORXFadeFunction fade;
-  // 100 frames of delay at 48 kHz: blocks of 64 straddle the end of the
-  // delay (frame 100) and the end of the fade (frame 3172) inside a block.
-  fade.Init(48000, kFadeTime, 208334);
-  ASSERT_EQ(fade.GetDelayFrames(), 100u);
-  const uint32_t channels = 3;
-  const uint32_t total = 100 + 3072 + 64;
-  const std::vector<float> out = RunFade(fade, total, 64, channels);
-  for (uint32_t f = 0; f < total; ++f) {
-    for (uint32_t c = 0; c < channels; ++c) {
-      const float s = OldSample(f, c);
-      const float d = NewSample(f, c);
-      float expected = d;
-      if (f < 100) {
-        expected = s;
-      } else if (f < 3172) {
-        const float g = ReferenceGain(f - 100, 3072);
-        expected = s * (1.0f - g) + g * d;
-      }
-      ASSERT_EQ(out[static_cast<size_t>(f) * channels + c], expected) << "frame " << f;
-    }
+    EXPECT_GE(fade.GetPosition(), 1.0f);
   }
 }
 
