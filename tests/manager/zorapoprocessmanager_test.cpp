@@ -141,6 +141,24 @@ struct RecordingChains {
   RecordingStage& Of(const ZORAPOProcessChain* chain) { return *stages.at(chain); }
 };
 
+// A manager whose chains each hold a RecordingStage, on the platform's clock
+// or on a hand-moved one.
+struct RecordedManager {
+  explicit RecordedManager(bool manualClock = true, uint32_t location = kLocationSfx,
+                           uint32_t channels = 2, int64_t frequency = 1000)
+      : clock(frequency) {
+    chains.Install(manager.builder, channels);
+    if (manualClock) {
+      manager.SetClock(&clock);
+    }
+    EXPECT_TRUE(manager.Initialize(channels, channels, kRate, 0, location));
+  }
+  RecordingStage& Active() { return chains.Of(manager.GetChainPointers().active); }
+  ManualClock clock;
+  TestManager manager;
+  RecordingChains chains;
+};
+
 std::vector<float> Noise(size_t count, uint32_t seed) {
   std::mt19937 random(seed);
   std::uniform_real_distribution<float> sample(-1.0f, 1.0f);
@@ -181,14 +199,11 @@ TEST(ZORAPOProcessManager, BeforeInitializeNothingIsPreparedAndLatencyIsZero) {
 }
 
 TEST(ZORAPOProcessManager, ZeroFrameBlockRunsTheWholePath) {
-  TestManager manager;
-  RecordingChains chains;
-  chains.Install(manager.builder, 2);
-  ASSERT_TRUE(manager.Initialize(2, 2, kRate, 0, kLocationSfx));
+  RecordedManager recorded(/*manualClock=*/false);
   std::vector<float> input(2, 1.0f);
-  auto [output, frames] = RunBlock(manager, input, 0, 0, 2);
+  auto [output, frames] = RunBlock(recorded.manager, input, 0, 0, 2);
   EXPECT_EQ(frames, 0u);
-  const RecordingStage& stage = chains.Of(manager.GetChainPointers().active);
+  const RecordingStage& stage = recorded.Active();
   ASSERT_EQ(stage.frames.size(), 1u) << "the chain ran on the empty block";
   EXPECT_EQ(stage.frames[0], 0u);
 }
@@ -207,13 +222,10 @@ TEST(ZORAPOProcessManager, FewerFramesFromTheChainShrinkTheOutputAndLeaveTheRest
   }
   // A tuned path that shortens the block.
   {
-    TestManager manager;
-    RecordingChains chains;
-    chains.Install(manager.builder, 2);
-    manager.Initialize(2, 2, kRate, 0, kLocationSfx);
-    chains.Of(manager.GetChainPointers().active).keepFrames = 300;
+    RecordedManager recorded(/*manualClock=*/false);
+    recorded.Active().keepFrames = 300;
     const std::vector<float> input = Noise(960, 2);
-    auto [output, frames] = RunBlock(manager, input, 480, 480, 2);
+    auto [output, frames] = RunBlock(recorded.manager, input, 480, 480, 2);
     EXPECT_EQ(frames, 300u);
     for (size_t i = 0; i < output.size(); ++i) {
       ASSERT_EQ(output[i], i < 600 ? input[i] : 0.0f) << i;
@@ -231,11 +243,9 @@ TEST(ZORAPOProcessManager, FewerFramesFromTheChainShrinkTheOutputAndLeaveTheRest
 }
 
 TEST(ZORAPOProcessManager, MuteZeroesTheOutputWhileTheChainGoesOn) {
-  TestManager manager;
-  RecordingChains chains;
-  chains.Install(manager.builder, 2);
-  manager.Initialize(2, 2, kRate, 0, kLocationSfx);
-  const RecordingStage& stage = chains.Of(manager.GetChainPointers().active);
+  RecordedManager recorded(/*manualClock=*/false);
+  ZORAPOProcessManager& manager = recorded.manager;
+  const RecordingStage& stage = recorded.Active();
   const std::vector<float> input = Noise(960, 4);
 
   manager.SetMute(true);
@@ -427,13 +437,9 @@ TEST(ZORAPOProcessManager, WorkerTurnsUpdatesIntoOneFadeAtATime) {
 }
 
 TEST(ZORAPOProcessManager, StaleAfterMoreThan300MillisecondsAndFlushesLatencyPlus20Ms) {
-  ManualClock clock(1000);  // one tick per millisecond
-  TestManager manager;
-  RecordingChains chains;
-  chains.Install(manager.builder, 2);
-  manager.SetClock(&clock);
-  manager.Initialize(2, 2, kRate, 0, kLocationSfx);
-  RecordingStage& stage = chains.Of(manager.GetChainPointers().active);
+  RecordedManager recorded;  // one tick per millisecond
+  auto& [clock, manager, chains] = recorded;
+  RecordingStage& stage = recorded.Active();
   const std::vector<float> input = Noise(960, 10);
   ZORLogCapture log;
 
@@ -477,29 +483,19 @@ TEST(ZORAPOProcessManager, CounterArithmeticWrapsAsTheEngineDoes) {
   EXPECT_EQ(ms, 400u);
 
   // So a 500 ms gap does not flush a stream on a 10 MHz clock.
-  ManualClock clock(10000000);
-  TestManager manager;
-  RecordingChains chains;
-  chains.Install(manager.builder, 1);
-  manager.SetClock(&clock);
-  manager.Initialize(1, 1, kRate, 0, kLocationSfx);
+  RecordedManager recorded(true, kLocationSfx, 1, 10000000);
   const std::vector<float> input = Noise(480, 11);
-  RunBlock(manager, input, 480, 480, 1);
-  clock.Advance(5000000);
-  RunBlock(manager, input, 480, 480, 1);
-  EXPECT_EQ(chains.Of(manager.GetChainPointers().active).frames,
-            (std::vector<uint32_t>{480, 480}));
+  RunBlock(recorded.manager, input, 480, 480, 1);
+  recorded.clock.Advance(5000000);
+  RunBlock(recorded.manager, input, 480, 480, 1);
+  EXPECT_EQ(recorded.Active().frames, (std::vector<uint32_t>{480, 480}));
 }
 
 TEST(ZORAPOProcessManager, OffloadLocationsFlushOnlySilentBlocksButRestartTheStopwatch) {
   for (uint32_t location : {4u, 5u}) {
-    ManualClock clock(1000);
-    TestManager manager;
-    RecordingChains chains;
-    chains.Install(manager.builder, 2);
-    manager.SetClock(&clock);
-    manager.Initialize(2, 2, kRate, 0, location);
-    RecordingStage& stage = chains.Of(manager.GetChainPointers().active);
+    RecordedManager recorded(true, location);
+    auto& [clock, manager, chains] = recorded;
+    RecordingStage& stage = recorded.Active();
     const std::vector<float> input = Noise(960, 12);
     ZORLogCapture log;
 
@@ -522,13 +518,9 @@ TEST(ZORAPOProcessManager, OffloadLocationsFlushOnlySilentBlocksButRestartTheSto
 }
 
 TEST(ZORAPOProcessManager, FlushDoesNotFlushAgainFromItsOwnPass) {
-  ManualClock clock(1000);
-  TestManager manager;
-  RecordingChains chains;
-  chains.Install(manager.builder, 2);
-  manager.SetClock(&clock);
-  manager.Initialize(2, 2, kRate, 0, kLocationSfx);
-  RecordingStage& stage = chains.Of(manager.GetChainPointers().active);
+  RecordedManager recorded;
+  auto& [clock, manager, chains] = recorded;
+  RecordingStage& stage = recorded.Active();
   const std::vector<float> input = Noise(960, 13);
   ZORLogCapture log;
 
