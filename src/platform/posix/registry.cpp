@@ -30,6 +30,15 @@
 
 namespace zor::os {
 
+namespace {
+
+struct NameList {
+  bool listed = false;
+  std::vector<std::u16string> names;
+};
+
+}  // namespace
+
 struct RegKey::State {
   std::string dir;
   uint32_t access = 0;
@@ -37,11 +46,10 @@ struct RegKey::State {
   std::mutex armedLock;
   std::vector<uint64_t> armed;  // guarded by armedLock
 
-  // Enumeration looks, taken at index 0.
-  bool haveValueNames = false;
-  std::vector<std::u16string> valueNames;
-  bool haveKeyNames = false;
-  std::vector<std::u16string> keyNames;
+  // Enumeration lists the key's directory once, at index 0, and serves the
+  // following indices from that list.
+  NameList valueNames;
+  NameList keyNames;
 };
 
 namespace {
@@ -589,36 +597,34 @@ RegStatus RegKey::DeleteValue(std::u16string_view name) const {
   return RegStatus::Ok;
 }
 
+namespace {
+
+RegStatus EnumCached(const std::string& dir, bool values, uint32_t index,
+                     NameList& list, std::u16string& name) {
+  if (index == 0 || !list.listed) {
+    list.listed = false;
+    if (const RegStatus status = ListKey(dir, values, list.names); status != RegStatus::Ok) {
+      return status;
+    }
+    list.listed = true;
+  }
+  if (index >= list.names.size()) return RegStatus::NoMoreItems;
+  name = list.names[index];
+  return RegStatus::Ok;
+}
+
+}  // namespace
+
 RegStatus RegKey::EnumValue(uint32_t index, std::u16string& name) {
   if (!m_state) return RegStatus::NotOpen;
   if ((m_state->access & kKeyQueryValue) == 0) return RegStatus::AccessDenied;
-  if (index == 0 || !m_state->haveValueNames) {
-    m_state->haveValueNames = false;
-    if (const RegStatus status = ListKey(m_state->dir, true, m_state->valueNames);
-        status != RegStatus::Ok) {
-      return status;
-    }
-    m_state->haveValueNames = true;
-  }
-  if (index >= m_state->valueNames.size()) return RegStatus::NoMoreItems;
-  name = m_state->valueNames[index];
-  return RegStatus::Ok;
+  return EnumCached(m_state->dir, true, index, m_state->valueNames, name);
 }
 
 RegStatus RegKey::EnumSubKey(uint32_t index, std::u16string& name) {
   if (!m_state) return RegStatus::NotOpen;
   if ((m_state->access & kKeyEnumerateSubKeys) == 0) return RegStatus::AccessDenied;
-  if (index == 0 || !m_state->haveKeyNames) {
-    m_state->haveKeyNames = false;
-    if (const RegStatus status = ListKey(m_state->dir, false, m_state->keyNames);
-        status != RegStatus::Ok) {
-      return status;
-    }
-    m_state->haveKeyNames = true;
-  }
-  if (index >= m_state->keyNames.size()) return RegStatus::NoMoreItems;
-  name = m_state->keyNames[index];
-  return RegStatus::Ok;
+  return EnumCached(m_state->dir, false, index, m_state->keyNames, name);
 }
 
 RegStatus RegKey::NotifyChange(bool watchSubtree, uint32_t filter, Event& event) {
