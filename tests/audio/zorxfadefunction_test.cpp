@@ -19,20 +19,23 @@ float ReferenceGain(uint32_t intoFade, uint32_t fadeFrames) {
   return std::pow(10.0f, db / 20.0f);
 }
 
-ZORAudioDataFloat Block(uint32_t frames, uint32_t channels, float (*value)(uint32_t, uint32_t)) {
-  std::vector<float> samples(static_cast<size_t>(frames) * channels);
+float OldSample(uint32_t f, uint32_t c) { return 0.25f + 0.001f * static_cast<float>(f) + static_cast<float>(c); }
+float NewSample(uint32_t f, uint32_t c) { return -0.5f + 0.002f * static_cast<float>(f) - static_cast<float>(c); }
+
+// Frames [start, start + frames) of a stream whose samples depend on the
+// absolute frame, so that any block split must give the same stream.
+ZORAudioDataFloat Block(uint32_t start, uint32_t frames, uint32_t channels,
+                        float (*value)(uint32_t, uint32_t)) {
+  std::vector<float> samples;
   for (uint32_t f = 0; f < frames; ++f) {
     for (uint32_t c = 0; c < channels; ++c) {
-      samples[static_cast<size_t>(f) * channels + c] = value(f, c);
+      samples.push_back(value(start + f, c));
     }
   }
   ZORAudioDataFloat block;
   block.AssignMemory(samples.data(), frames, channels, true, 48000);
   return block;
 }
-
-float OldSample(uint32_t f, uint32_t c) { return 0.25f + 0.001f * static_cast<float>(f) + static_cast<float>(c); }
-float NewSample(uint32_t f, uint32_t c) { return -0.5f + 0.002f * static_cast<float>(f) - static_cast<float>(c); }
 
 // Runs a whole fade in blocks of `blockFrames` and returns the interleaved
 // result of the new side, frame by frame.
@@ -41,20 +44,8 @@ std::vector<float> RunFade(ZORXFadeFunction& fade, uint32_t totalFrames, uint32_
   std::vector<float> out;
   for (uint32_t start = 0; start < totalFrames; start += blockFrames) {
     const uint32_t frames = std::min(blockFrames, totalFrames - start);
-    // Samples depend on the absolute frame, so that any block split must give
-    // the same stream.
-    std::vector<float> oldSamples;
-    std::vector<float> newSamples;
-    for (uint32_t f = 0; f < frames; ++f) {
-      for (uint32_t c = 0; c < channels; ++c) {
-        oldSamples.push_back(OldSample(start + f, c));
-        newSamples.push_back(NewSample(start + f, c));
-      }
-    }
-    ZORAudioDataFloat oldBlock;
-    ZORAudioDataFloat newBlock;
-    oldBlock.AssignMemory(oldSamples.data(), frames, channels, true, 48000);
-    newBlock.AssignMemory(newSamples.data(), frames, channels, true, 48000);
+    ZORAudioDataFloat oldBlock = Block(start, frames, channels, OldSample);
+    ZORAudioDataFloat newBlock = Block(start, frames, channels, NewSample);
     fade.Process(oldBlock, newBlock);
     const float* mixed = newBlock.GetData(false, true);
     out.insert(out.end(), mixed, mixed + static_cast<size_t>(frames) * channels);
@@ -141,8 +132,8 @@ TEST(ZORXFadeFunction, FinishedFadeLeavesTheNewBlockAlone) {
   fade.Init(48000, kFadeTime, 0);
   RunFade(fade, 3072, 1024, 1);
   ASSERT_EQ(fade.GetPosition(), 1.0f);
-  ZORAudioDataFloat oldBlock = Block(16, 1, OldSample);
-  ZORAudioDataFloat newBlock = Block(16, 1, NewSample);
+  ZORAudioDataFloat oldBlock = Block(0, 16, 1, OldSample);
+  ZORAudioDataFloat newBlock = Block(0, 16, 1, NewSample);
   fade.Process(oldBlock, newBlock);
   const float* d = newBlock.GetData(false, true);
   for (uint32_t f = 0; f < 16; ++f) {
@@ -158,8 +149,8 @@ TEST(ZORXFadeFunction, FinishedFadeLeavesTheNewBlockAlone) {
 TEST(ZORXFadeFunction, BlocksOfDifferentShapeMixOnlyWhatBothHold) {
   ZORXFadeFunction fade;
   fade.Init(48000, kFadeTime, 0);
-  ZORAudioDataFloat oldBlock = Block(10, 2, OldSample);
-  ZORAudioDataFloat newBlock = Block(8, 1, NewSample);
+  ZORAudioDataFloat oldBlock = Block(0, 10, 2, OldSample);
+  ZORAudioDataFloat newBlock = Block(0, 8, 1, NewSample);
   fade.Process(oldBlock, newBlock);
   EXPECT_FLOAT_EQ(fade.GetPosition(), 8.0f / 3072.0f);
   const float* d = newBlock.GetData(false, true);

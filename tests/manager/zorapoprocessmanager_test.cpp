@@ -53,7 +53,6 @@ class RecordingStage : public IZORAudioProcess<float> {
   uint32_t GetLatency() const override { return 0; }
   void Process(IZORAudioData<float>* data) override {
     frames.push_back(data->GetFrames());
-    channels = data->GetChannels();
     const float* samples = data->GetData(false, true);
     double energy = 0;
     for (uint32_t i = 0; samples != nullptr && i < data->GetSampleCount(); ++i) {
@@ -66,7 +65,6 @@ class RecordingStage : public IZORAudioProcess<float> {
     }
   }
   std::vector<uint32_t> frames;
-  uint32_t channels = 0;
   double lastEnergy = 0;
   uint32_t keepFrames = 0;
 };
@@ -260,45 +258,28 @@ TEST(ZORAPOProcessManager, MuteZeroesTheOutputWhileTheChainGoesOn) {
 }
 
 TEST(ZORAPOProcessManager, BypassMixesBitExactly) {
-  const float k = 0.707f;
-  // 5.1 to stereo.
-  {
+  struct Case {
+    uint32_t in, out, frames, seed;
+    float (*expected)(const float* frame, uint32_t c);
+  };
+  // Odd frame counts: not a multiple of the unrolling. Stereo to four has no
+  // kernel: two channels pass, two stay silent.
+  const Case cases[] = {
+      {6, 2, 483, 5, [](const float* x, uint32_t c) { return (x[4 + c] + x[2]) * 0.707f + x[c]; }},
+      {1, 2, 477, 6, [](const float* x, uint32_t) { return x[0]; }},
+      {2, 4, 50, 7, [](const float* x, uint32_t c) { return c < 2 ? x[c] : 0.0f; }},
+  };
+  for (const Case& test : cases) {
+    SCOPED_TRACE(testing::Message() << test.in << " to " << test.out);
     ZORAPOProcessManager manager;
-    manager.Initialize(6, 2, kRate, 0, kLocationSfx);
-    const uint32_t frames = 483;  // not a multiple of the unrolling
-    const std::vector<float> input = Noise(frames * 6, 5);
-    auto [output, outFrames] = RunBlock(manager, input, frames, frames, 2);
-    ASSERT_EQ(outFrames, frames);
-    for (uint32_t f = 0; f < frames; ++f) {
-      const float* in = &input[f * 6];
-      ASSERT_EQ(output[f * 2 + 0], (in[4] + in[2]) * k + in[0]) << f;
-      ASSERT_EQ(output[f * 2 + 1], (in[5] + in[2]) * k + in[1]) << f;
-    }
-  }
-  // Mono to stereo.
-  {
-    ZORAPOProcessManager manager;
-    manager.Initialize(1, 2, kRate, 0, kLocationSfx);
-    const std::vector<float> input = Noise(477, 6);
-    auto [output, outFrames] = RunBlock(manager, input, 477, 477, 2);
-    ASSERT_EQ(outFrames, 477u);
-    for (uint32_t f = 0; f < 477; ++f) {
-      ASSERT_EQ(output[f * 2], input[f]);
-      ASSERT_EQ(output[f * 2 + 1], input[f]);
-    }
-  }
-  // No kernel for stereo to four: two channels pass, two stay silent.
-  {
-    ZORAPOProcessManager manager;
-    manager.Initialize(2, 4, kRate, 0, kLocationSfx);
-    const std::vector<float> input = Noise(2 * 50, 7);
-    auto [output, outFrames] = RunBlock(manager, input, 50, 50, 4);
-    ASSERT_EQ(outFrames, 50u);
-    for (uint32_t f = 0; f < 50; ++f) {
-      EXPECT_EQ(output[f * 4 + 0], input[f * 2 + 0]);
-      EXPECT_EQ(output[f * 4 + 1], input[f * 2 + 1]);
-      EXPECT_EQ(output[f * 4 + 2], 0.0f);
-      EXPECT_EQ(output[f * 4 + 3], 0.0f);
+    manager.Initialize(test.in, test.out, kRate, 0, kLocationSfx);
+    const std::vector<float> input = Noise(test.frames * test.in, test.seed);
+    auto [output, frames] = RunBlock(manager, input, test.frames, test.frames, test.out);
+    ASSERT_EQ(frames, test.frames);
+    for (uint32_t f = 0; f < test.frames; ++f) {
+      for (uint32_t c = 0; c < test.out; ++c) {
+        ASSERT_EQ(output[f * test.out + c], test.expected(&input[f * test.in], c)) << f << "/" << c;
+      }
     }
   }
 }
