@@ -144,14 +144,19 @@ void ZORAPOProcessManager::Process(const float* pInput, uint32_t* nFramesIn, flo
   blocks.output.Allocate(framesOut, m_nChannelsOut, m_nSampleRate);
 
   // The active chain may work on `input` in place; a chain being faded in
-  // must see the same untouched samples.
-  blocks.fadeInput = blocks.input;
+  // must see the same untouched samples. Outside a fade there is no such
+  // chain, and a fade raised after this poll starts with the next block.
+  const bool fading = m_hFadeEvent.Wait(0);
+  if (fading) {
+    blocks.fadeInput = blocks.input;
+  }
 
   StaleTest(bSilentInput);
 
   m_pActiveChain->Process(blocks.input, blocks.output, nullptr);
 
-  if (m_hFadeEvent.Wait(0)) {
+  // Polled again: the stale flush may have run the fade to its end.
+  if (fading && m_hFadeEvent.Wait(0)) {
     Crossfade(blocks, framesOut);
   }
 
