@@ -3,14 +3,10 @@
 
 namespace velapo::test {
 
-// Counts the heap allocations made through operator new (every form, array,
-// nothrow and aligned included) by the calling thread, from the counter's
-// construction on. Allocations of other threads are not counted, so a test
-// can pin "no allocation on the audio thread" while workers run.
-//
-// The counting comes from replacement operators new and delete linked into
-// the test executable with this file: link the velapo_alloccounter target
-// directly into the test executable. Counters nest freely.
+// Counts the calling thread's operator new calls (every form) since the
+// counter's construction, so a test can pin "no allocation on the audio
+// thread" while workers run. Link the velapo_alloccounter target directly
+// into the test executable: its replacement operators do the counting.
 class AllocationCounter {
  public:
   AllocationCounter() : m_start(AllocationsOnThisThread()) {}

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 #include <vector>
 
@@ -39,42 +40,33 @@ std::vector<float> Samples(ZORAudioDataFloat& block) {
 }  // namespace
 
 TEST(ZORMixInPlaceKernels, MatchTheFormulasForEveryTailLength) {
-  for (uint32_t frames = 0; frames < 10; ++frames) {
-    {
-      std::vector<float> a = Noise(frames * 6 + 6, frames);
-      const std::vector<float> in = a;
-      ZORMixInPlace51ToStereo(a.data(), frames);
+  struct Case {
+    void (*kernel)(float*, uint32_t);
+    uint32_t channels, seed;
+    void (*reference)(const float* in, float* out);  // one frame; the rest of it goes silent
+  };
+  const Case cases[] = {
+      {&ZORMixInPlace51ToStereo, 6, 0,
+       [](const float* x, float* y) {
+         y[0] = (x[2] + x[4]) * k + x[0];
+         y[1] = (x[2] + x[5]) * k + x[1];
+       }},
+      {&ZORMixInPlaceStereoToMono, 2, 100,
+       [](const float* x, float* y) { y[0] = (x[1] + x[0]) * k; }},
+      {&ZORMixInPlaceMonoToBoth, 2, 200, [](const float* x, float* y) { y[0] = y[1] = x[0]; }},
+  };
+  for (const Case& test : cases) {
+    for (uint32_t frames = 0; frames < 10; ++frames) {
+      // One frame more than the kernel is given: nothing past the frames is touched.
+      std::vector<float> a = Noise((frames + 1) * test.channels, test.seed + frames);
+      std::vector<float> expected = a;
       for (uint32_t f = 0; f < frames; ++f) {
-        const float* x = &in[f * 6];
-        ASSERT_EQ(a[f * 6 + 0], (x[2] + x[4]) * k + x[0]);
-        ASSERT_EQ(a[f * 6 + 1], (x[2] + x[5]) * k + x[1]);
-        for (int c = 2; c < 6; ++c) {
-          ASSERT_EQ(a[f * 6 + c], 0.0f);
-        }
+        float* y = &expected[f * test.channels];
+        std::fill(y, y + test.channels, 0.0f);
+        test.reference(&a[f * test.channels], y);
       }
-      for (size_t i = frames * 6; i < a.size(); ++i) {
-        ASSERT_EQ(a[i], in[i]) << "nothing past the frames is touched";
-      }
-    }
-    {
-      std::vector<float> a = Noise(frames * 2 + 2, 100 + frames);
-      const std::vector<float> in = a;
-      ZORMixInPlaceStereoToMono(a.data(), frames);
-      for (uint32_t f = 0; f < frames; ++f) {
-        ASSERT_EQ(a[f * 2], (in[f * 2 + 1] + in[f * 2]) * k);
-        ASSERT_EQ(a[f * 2 + 1], 0.0f);
-      }
-      EXPECT_EQ(a[frames * 2], in[frames * 2]);
-    }
-    {
-      std::vector<float> a = Noise(frames * 2 + 2, 200 + frames);
-      const std::vector<float> in = a;
-      ZORMixInPlaceMonoToBoth(a.data(), frames);
-      for (uint32_t f = 0; f < frames; ++f) {
-        ASSERT_EQ(a[f * 2], in[f * 2]);
-        ASSERT_EQ(a[f * 2 + 1], in[f * 2]);
-      }
-      EXPECT_EQ(a[frames * 2 + 1], in[frames * 2 + 1]);
+      test.kernel(a.data(), frames);
+      ASSERT_EQ(a, expected) << test.channels << " channels, " << frames << " frames";
     }
   }
 }

@@ -118,16 +118,6 @@ TEST(ZORMixKernels, MatchTheScalarFormulasBitForBit) {
   }
 }
 
-TEST(ZORMixKernels, PinnedValues) {
-  const std::vector<float> ones(8, 1.0f);
-  float out[6] = {};
-  ZORMixStereoToMono(ones.data(), out, 1);
-  EXPECT_EQ(out[0], 1.414f);
-  ZORMix51ToStereo(ones.data(), out, 1);
-  EXPECT_EQ(out[0], 2.414f);  // no limiting of any kind
-  EXPECT_EQ(out[1], 2.414f);
-}
-
 TEST(ZORMixKernels, LfeAloneIsSilentExceptFrom71To51) {
   for (const KernelCase& kernelCase : kCases) {
     if (kernelCase.inputChannels < 6) {
