@@ -15,7 +15,7 @@ void FunctionInThisExecutable() {}
 
 }  // namespace
 
-TEST(DynamicLibrary, LoadsAModuleFindsItsExportAndNamesItsFile) {
+TEST(DynamicLibrary, LoadsAModuleFindsItsExportNamesItsFileAndFailsCleanlyWhenMissing) {
   zor::os::DynamicLibrary library;
   ASSERT_TRUE(library.Load(TestModulePath())) << TestModulePath();
   EXPECT_TRUE(library.IsLoaded());
@@ -31,10 +31,7 @@ TEST(DynamicLibrary, LoadsAModuleFindsItsExportAndNamesItsFile) {
   library.Unload();
   EXPECT_FALSE(library.IsLoaded());
   EXPECT_EQ(library.FindSymbol("VelapoTestModuleAnswer"), nullptr);
-}
-
-TEST(DynamicLibrary, MissingFileFailsCleanly) {
-  zor::os::DynamicLibrary library;
+  // A missing file fails cleanly.
   EXPECT_FALSE(library.Load(TestModulePath().parent_path() / "no-such-module.bin"));
   EXPECT_FALSE(library.IsLoaded());
   EXPECT_EQ(library.FindSymbol("VelapoTestModuleAnswer"), nullptr);

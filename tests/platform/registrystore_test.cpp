@@ -1,6 +1,4 @@
-// The POSIX store's own promises: its file format byte for byte, names that
-// are safe on disk, damaged files that fail cleanly, crash safety under
-// SIGKILL, concurrent writers and creators, and permission bits.
+// The POSIX store's own promises: format, safe names, damage, crashes, races.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/file.h>

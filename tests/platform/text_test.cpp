@@ -18,7 +18,7 @@ TEST(Text, Utf8AndUtf16RoundTripEveryPlane) {
   EXPECT_EQ(Utf16ToUtf8(u""), "");
 }
 
-TEST(Text, IllFormedUtf8BecomesOneReplacementPerMaximalPart) {
+TEST(Text, IllFormedTextBecomesOneReplacementPerMaximalPart) {
   // The example the Unicode standard gives for U+FFFD substitution.
   EXPECT_EQ(Utf8ToUtf16("\x61\xF1\x80\x80\xE1\x80\xC2\x62\x80\x63\x80\xBF\x64"),
             u"a\uFFFD\uFFFD\uFFFDb\uFFFDc\uFFFD\uFFFDd");
@@ -29,16 +29,12 @@ TEST(Text, IllFormedUtf8BecomesOneReplacementPerMaximalPart) {
   EXPECT_EQ(Utf8ToUtf16("\xF5\xFF"), u"\uFFFD\uFFFD");
   EXPECT_EQ(Utf8ToUtf16("x\xE2\x82"), u"x\uFFFD");                   // cut at the end
   EXPECT_EQ(Utf8ToUtf16("\xF0\x9F\x98x"), u"\uFFFDx");
-}
-
-TEST(Text, DecodingNeverReadsPastTheView) {
+  // Decoding never reads past the view.
   const std::string euro = "\xE2\x82\xAC";
   EXPECT_EQ(Utf8ToUtf16(std::string_view(euro.data(), 2)), u"\uFFFD");
   const std::u16string pair = u"\U0001F600";
   EXPECT_EQ(Utf16ToUtf8(std::u16string_view(pair.data(), 1)), "\xEF\xBF\xBD");
-}
-
-TEST(Text, UnpairedSurrogatesBecomeReplacements) {
+  // Unpaired surrogates become replacements.
   const char16_t lead[] = {0xD83D, u'x', 0};
   const char16_t trail[] = {0xDE00, 0};
   const char16_t reversed[] = {0xDE00, 0xD83D, 0};
@@ -59,14 +55,13 @@ TEST(Text, BoundedConversionsStopBeforeACharacterThatDoesNotFit) {
   EXPECT_EQ(std::string(narrow, 5), "a####");
   EXPECT_EQ(zor::os::Utf16ToUtf8Into(u"a\u20AC", narrow, 4), 4u);
   EXPECT_EQ(zor::os::NarrowToWideInto("abc", wide, 0), 0u);
+  EXPECT_EQ(zor::os::NarrowToWideInto("abcdef", wide, 3), 3u);
+  EXPECT_EQ(std::u16string(wide, 3), u"abc");
 }
 
 TEST(Text, NarrowTextConvertsBothWays) {
   EXPECT_EQ(zor::os::NarrowToWide("Software\\VEL\\APO"), u"Software\\VEL\\APO");
   EXPECT_EQ(zor::os::WideToNarrow(u"Software\\VEL\\APO"), "Software\\VEL\\APO");
-  char16_t wide[3];
-  EXPECT_EQ(zor::os::NarrowToWideInto("abcdef", wide, 3), 3u);
-  EXPECT_EQ(std::u16string(wide, 3), u"abc");
 #if !defined(_WIN32)
   EXPECT_EQ(zor::os::NarrowToWide("\xC3\xA9t\xC3\xA9"), u"\u00E9t\u00E9");  // UTF-8 on POSIX
 #endif
