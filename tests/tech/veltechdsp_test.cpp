@@ -1,6 +1,4 @@
-// What veltech's processes do to audio, measured: equaliser magnitudes
-// against the cookbook designs, the limiter's ceiling, gliding changes,
-// the stereo processes, and every process at every shape it may meet.
+// What veltech's processes do to audio, measured against designs and bounds.
 #include <gtest/gtest.h>
 
 #include <complex>
@@ -30,10 +28,8 @@ struct Band {
   double q;
 };
 
-// The magnitude of a cookbook section at `f`, from the section's analogue
-// prototype mapped by the bilinear transform with the cookbook's warping:
-// s = j tan(w/2) / tan(w0/2). Written from the prototypes, not from the
-// module's digital formulas.
+// A cookbook section's magnitude at `f`, from its analogue prototype with
+// s = j tan(w/2) / tan(w0/2); not from the module's digital formulas.
 double CookbookMagnitude(const Band& band, double f, double rate) {
   using Complex = std::complex<double>;
   const Complex s(0.0, std::tan(kPi * f / rate) / std::tan(kPi * band.frequency / rate));

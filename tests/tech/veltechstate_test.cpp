@@ -111,16 +111,6 @@ TEST(VeltechState, CopyStateRefusesWhatDoesntFit) {
   EXPECT_FALSE(peq.CopyStateFrom(peq));
   EXPECT_TRUE(pass.CopyStateFrom(pass2));
   EXPECT_EQ(peq.Table().CopyState(peq.Get(), nullptr), 0);
-
-  // Through wrappers, as the chain hands state over at a fade.
-  ZORAPOProcessLibrary::SetModulePath(nullptr);
-  ZORAPOProcessWrapper incoming, outgoing, other;
-  ASSERT_TRUE(incoming.Load("peq", "EQ", "", 0));
-  ASSERT_TRUE(outgoing.Load("peq", "EQ", "", 0));
-  ASSERT_TRUE(other.Load("gain", "G", "", 0));
-  for (ZORAPOProcessWrapper* wrapper : {&incoming, &outgoing, &other}) ASSERT_TRUE(wrapper->Init(2, 48000));
-  EXPECT_TRUE(incoming.TransferState(outgoing));
-  EXPECT_FALSE(incoming.TransferState(other));
 }
 
 TEST(VeltechState, WrappedProcessesAllocateNothingOnTheAudioThread) {
@@ -147,7 +137,8 @@ TEST(VeltechState, WrappedProcessesAllocateNothingOnTheAudioThread) {
       block.ReleaseData();
       velapo::test::AllocationCounter counter;
       wrapper.Process(&block);
-      twin.TransferState(wrapper);
+      const bool transferred = twin.TransferState(wrapper);  // as the chain hands state over at a fade
+      EXPECT_TRUE(transferred);
       // The first block of a size may size the stores of block adaption.
       if (call >= 0) {
         EXPECT_EQ(counter.Count(), 0u) << "call " << call;
