@@ -89,6 +89,7 @@ TEST(VELAnyVal, GetDataNeedsRoomForTheWholePayload) {
   unsigned char byte = 0xCC;
   EXPECT_EQ(VELAnyValAString(std::string()).GetData(&byte, 1), 0u);
   EXPECT_EQ(VELAnyValBinaryC(nullptr, 5).GetData(&byte, 1), 0u);
+  EXPECT_EQ(VELAnyVal().GetData(&byte, 1), 0u);
   EXPECT_EQ(byte, 0xCC);
 }
 
@@ -123,10 +124,9 @@ TEST(VELAnyVal, EqualityNeedsTheSameKind) {
                    .IsEqual(std::make_unique<VELAnyValBinaryUC>(
                                 reinterpret_cast<const unsigned char*>(kBytes), 4)
                                 .get()));
-  // Bools compare their stored bytes.
-  const VELAnyValBool one(uint8_t{1});
+  // Bools compare their stored bytes, though both read as "1".
   const VELAnyValBool two(uint8_t{2});
-  EXPECT_FALSE(one.IsEqual(&two));
+  EXPECT_FALSE(VELAnyValBool(uint8_t{1}).IsEqual(&two));
   EXPECT_EQ(ATextOf(two), "1");
   EXPECT_EQ(ATextOf(VELAnyValBool(uint8_t{0})), "0");
 }
@@ -154,18 +154,20 @@ TEST(VELAnyVal, IntegerAndBoolText) {
   EXPECT_EQ(WTextOf(VELAnyValBool(uint8_t{7})), u"1");
 }
 
-// The digits themselves are pinned with the fixed-text routine; here, that
-// each kind renders through it with its own precision.
+// Digits are pinned in the fixed-text tests; here each kind's precision.
 TEST(VELAnyVal, FloatingText) {
   EXPECT_EQ(ATextOf(VELAnyValFloat(1.1f)), "1.10000002");
   EXPECT_EQ(WTextOf(VELAnyValFloat(-0.5f)), u"-0.5");
   EXPECT_EQ(ATextOf(VELAnyValDouble(1.05)), "1.05000000000000004");
   EXPECT_EQ(WTextOf(VELAnyValDouble(0.05)), u"0.5");
 
+  // Non-finite numbers and no value have no text, and leave the output alone.
   std::string text = "kept";
   std::u16string wide = u"kept";
   EXPECT_FALSE(VELAnyValDouble(std::numeric_limits<double>::infinity()).GetAString(text));
   EXPECT_FALSE(VELAnyValFloat(std::numeric_limits<float>::quiet_NaN()).GetWString(wide));
+  EXPECT_FALSE(VELAnyVal().GetAString(text));
+  EXPECT_FALSE(VELAnyVal().GetWString(wide));
   EXPECT_EQ(text, "kept");
   EXPECT_EQ(wide, u"kept");
 }
@@ -209,18 +211,6 @@ TEST(VELAnyVal, ArrayTextIsUpperCaseHex) {
   const unsigned char unsignedBytes[] = {0x00, 0x0A, 0xFF};
   EXPECT_EQ(WTextOf(VELAnyValBinaryUC(unsignedBytes, 3)), u"000AFF");
   EXPECT_EQ(ATextOf(VELAnyValBinaryUC(nullptr, 0)), "");
-}
-
-TEST(VELAnyVal, NoValueHasNoText) {
-  const VELAnyVal none;
-  std::string narrow = "kept";
-  std::u16string wide = u"kept";
-  EXPECT_EQ(none.GetType(), 11);
-  EXPECT_FALSE(none.GetAString(narrow));
-  EXPECT_FALSE(none.GetWString(wide));
-  EXPECT_EQ(narrow, "kept");
-  unsigned char byte = 0;
-  EXPECT_EQ(none.GetData(&byte, 1), 0u);
 }
 
 }  // namespace

@@ -68,53 +68,42 @@ TEST(VELFixedText, ReferenceOutputs) {
   EXPECT_EQ(Text(1.05, 17), "1.05000000000000004");
   EXPECT_EQ(Text(-0.5, 8), "-0.5");
   EXPECT_EQ(Text(static_cast<double>(0.001f), 8), "0.1");
-}
-
-TEST(VELFixedText, DigitStringHasTheShapeOfFcvt) {
-  VELFixedDigits digits;
-  ASSERT_TRUE(VELFixedDigitsOf(0.05, 8, digits));
-  EXPECT_EQ(digits.digits, "5000000");
-  EXPECT_EQ(digits.decimalPosition, -1);
-  EXPECT_FALSE(digits.negative);
-
-  ASSERT_TRUE(VELFixedDigitsOf(-12.5, 2, digits));
-  EXPECT_EQ(digits.digits, "1250");
-  EXPECT_EQ(digits.decimalPosition, 2);
-  EXPECT_TRUE(digits.negative);
-
-  // Zero: one zero per place, point at the start.
-  ASSERT_TRUE(VELFixedDigitsOf(0.0, 3, digits));
-  EXPECT_EQ(digits.digits, "000");
-  EXPECT_EQ(digits.decimalPosition, 0);
-
-  // Rounding that carries into a new digit moves the point.
-  ASSERT_TRUE(VELFixedDigitsOf(9.995, 2, digits));  // 9.9949999... stays below
-  EXPECT_EQ(digits.digits, "999");
-  ASSERT_TRUE(VELFixedDigitsOf(9.999, 2, digits));
-  EXPECT_EQ(digits.digits, "1000");
-  EXPECT_EQ(digits.decimalPosition, 2);
-}
-
-TEST(VELFixedText, RoundsExactHalvesUp) {
-  // 0.125 and 2.5 are exact in binary: a true tie goes up, not to even.
+  // Exact binary ties round up, not to even (1/512 has nine places).
   EXPECT_EQ(Text(0.125, 2), "0.13");
-  VELFixedDigits digits;
-  ASSERT_TRUE(VELFixedDigitsOf(2.5, 0, digits));
-  EXPECT_EQ(digits.digits, "3");
-  // 1/512 has nine places; at eight the last 5 rounds up.
   EXPECT_EQ(Text(1.0 / 512, 8), "0.195313");
-}
-
-TEST(VELFixedText, ValuesBelowTheLastPlaceLeaveNoDigits) {
-  VELFixedDigits digits;
-  ASSERT_TRUE(VELFixedDigitsOf(1e-12, 8, digits));
-  EXPECT_EQ(digits.digits, "");
+  // Below the last place no digits are left; half of it rounds up to one.
   EXPECT_EQ(Text(1e-12, 8), "0.");
   EXPECT_EQ(Text(-1e-12, 8), "-0.");
-  // Half of the last place rounds up to a single digit.
   EXPECT_EQ(Text(6e-9, 8), "0.1");
-  // The smallest subnormal.
   EXPECT_EQ(Text(std::numeric_limits<double>::denorm_min(), 17), "0.");
+}
+
+// The digit string has the shape of fcvt's.
+TEST(VELFixedText, DigitStrings) {
+  struct Case {
+    double value;
+    int places;
+    const char* digits;
+    int decimalPosition;
+    bool negative;
+  };
+  const Case cases[] = {
+      {0.05, 8, "5000000", -1, false},
+      {-12.5, 2, "1250", 2, true},
+      {0.0, 3, "000", 0, false},   // one zero per place, point at the start
+      {9.995, 2, "999", 1, false},  // 9.9949999... stays below
+      {9.999, 2, "1000", 2, false},  // a carry into a new digit moves the point
+      {2.5, 0, "3", 1, false},     // an exact tie goes up
+      {1e-12, 8, "", -8, false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.value);
+    VELFixedDigits digits;
+    ASSERT_TRUE(VELFixedDigitsOf(c.value, c.places, digits));
+    EXPECT_EQ(digits.digits, c.digits);
+    EXPECT_EQ(digits.decimalPosition, c.decimalPosition);
+    EXPECT_EQ(digits.negative, c.negative);
+  }
 }
 
 TEST(VELFixedText, ExtremesAndFailures) {

@@ -111,24 +111,11 @@ TEST(ZORPropertyBlob, EveryKindRoundTripsInOrder) {
   Bytes blob;
   ASSERT_TRUE(source.GetAllPropertiesBinary(blob));
 
+  // Written again, the copy gives the same bytes: names, kinds, order and
+  // values (a NaN's bits too, though it equals nothing) all came through.
   ZORPropertySet copy;
   ASSERT_TRUE(copy.SetAllPropertiesBinary(blob));
-  ZORPropertyList written;
-  ZORPropertyList read;
-  source.GetAllProperties(written);
-  copy.GetAllProperties(read);
-  ASSERT_EQ(read.size(), written.size());
-  for (size_t i = 0; i < read.size(); ++i) {
-    SCOPED_TRACE(i);
-    EXPECT_EQ(read[i].name, written[i].name);
-    EXPECT_EQ(read[i].value->GetType(), written[i].value->GetType());
-    // Bytes, not IsEqual: a NaN keeps its bits though it equals nothing.
-    std::vector<unsigned char> readBytes(read[i].value->GetSize());
-    std::vector<unsigned char> writtenBytes(written[i].value->GetSize());
-    read[i].value->GetData(readBytes.data(), read[i].value->GetSize());
-    written[i].value->GetData(writtenBytes.data(), written[i].value->GetSize());
-    EXPECT_EQ(readBytes, writtenBytes);
-  }
+  EXPECT_EQ(Names(copy), Names(source));
   Bytes again;
   ASSERT_TRUE(copy.GetAllPropertiesBinary(again));
   EXPECT_EQ(again, blob);

@@ -95,6 +95,30 @@ class PropertySetRegistry : public ::testing::Test {
     ASSERT_EQ(key.WriteValue(valueName, RegType::Binary, blob), RegStatus::Ok);
   }
 
+  RegStatus Query(std::u16string_view valueName) {
+    RegType type = RegType::None;
+    uint32_t size = 0;
+    return key.QueryValue(valueName, type, size);
+  }
+
+  // "Gain" as a separate reader loads it from the blob `valueName`.
+  int32_t SavedGain(std::u16string_view valueName) {
+    ZORPropertySetThreadsafe check;
+    ZORPropertySetRegistry reader;
+    reader.SetKey(&key);
+    reader.SetPropertySet(&check);
+    EXPECT_TRUE(reader.LoadBinary(valueName, false, false, false));
+    return LongOf(check, u"Gain");
+  }
+
+  // Saves Gain = 1 as "VelApoGlobal" and starts watching it for `observer`.
+  void SaveAndMonitor(Observer& observer) {
+    set.SetPropertyLong(u"Gain", 1);
+    ASSERT_TRUE(registry.SaveBinary(u"VelApoGlobal"));
+    set.AddNotify(&observer);
+    ASSERT_TRUE(registry.MonitorBinary(true, u"VelApoGlobal"));
+  }
+
   // Writes rounds of fresh data beside the set's value until `done` says the
   // watcher has seen what it should.
   template <typename Done>
@@ -119,16 +143,14 @@ TEST_F(PropertySetRegistry, SaveBinaryRefusesEmptySetsAndEmptyValues) {
   ZORLogCapture log;
   EXPECT_FALSE(registry.SaveBinary(u"VelApoGlobal"));
   EXPECT_EQ(log.Count("GetAllPropertiesBinary returned 0 length.\n"), 1u);
-  RegType type = RegType::None;
-  uint32_t size = 0;
-  EXPECT_EQ(key.QueryValue(u"VelApoGlobal", type, size), RegStatus::NotFound);
+  EXPECT_EQ(Query(u"VelApoGlobal"), RegStatus::NotFound);
 
   // One empty value spoils the whole save, silently.
   set.SetPropertyLong(u"Gain", 1);
   set.SetPropertyWString(u"Empty", u"");
   log.Clear();
   EXPECT_FALSE(registry.SaveBinary(u"VelApoGlobal"));
-  EXPECT_EQ(key.QueryValue(u"VelApoGlobal", type, size), RegStatus::NotFound);
+  EXPECT_EQ(Query(u"VelApoGlobal"), RegStatus::NotFound);
   EXPECT_TRUE(log.Lines().empty());
 }
 
@@ -150,14 +172,8 @@ TEST_F(PropertySetRegistry, SaveBinaryWithoutANameUsesTheRememberedOne) {
   EXPECT_EQ(LongOf(set, u"Gain"), 2);
   set.SetPropertyLong(u"Gain", 3);
   ASSERT_TRUE(registry.SaveBinary(nullptr));  // now into "Loaded"
-  ZORPropertySetThreadsafe check;
-  ZORPropertySetRegistry reader;
-  reader.SetKey(&key);
-  reader.SetPropertySet(&check);
-  ASSERT_TRUE(reader.LoadBinary(u"Loaded", false, false, false));
-  EXPECT_EQ(LongOf(check, u"Gain"), 3);
-  ASSERT_TRUE(reader.LoadBinary(u"Named", false, false, false));
-  EXPECT_EQ(LongOf(check, u"Gain"), 1);
+  EXPECT_EQ(SavedGain(u"Loaded"), 3);
+  EXPECT_EQ(SavedGain(u"Named"), 1);
 }
 
 TEST_F(PropertySetRegistry, LoadBinaryLeavesTheSetAloneForMissingEmptyOrForeignValues) {
@@ -278,9 +294,7 @@ TEST_F(PropertySetRegistry, SaveValuesWritesTheRestWhenOneCannotBeWritten) {
   uint32_t number = 0;
   EXPECT_EQ(key.ReadDword(u"Gain", number), RegStatus::Ok);
   EXPECT_EQ(number, 3u);
-  RegType type = RegType::None;
-  uint32_t size = 0;
-  EXPECT_EQ(key.QueryValue(u"EmptyNarrow", type, size), RegStatus::NotFound);
+  EXPECT_EQ(Query(u"EmptyNarrow"), RegStatus::NotFound);
 }
 
 TEST_F(PropertySetRegistry, LoadValuesReadsWhatItCanAndReportsTheRest) {
@@ -327,19 +341,10 @@ TEST_F(PropertySetRegistry, AutoSaveFollowsTheSetAndKeepsItsFirstName) {
   registry.SetAutoSave(true, u"Other");  // no change: the name stays
   EXPECT_EQ(registry.AutoSaveName(), u"Given");
 
-  ZORPropertySetThreadsafe check;
-  ZORPropertySetRegistry reader;
-  reader.SetKey(&key);
-  reader.SetPropertySet(&check);
-  const auto saved = [&] {
-    EXPECT_TRUE(reader.LoadBinary(u"VelApoGlobal", false, false, false));
-    return LongOf(check, u"Gain");
-  };
+  const auto saved = [&] { return SavedGain(u"VelApoGlobal"); };
   set.SetPropertyLong(u"Gain", 2);  // saved under the remembered name, not "Given"
   EXPECT_EQ(saved(), 2);
-  RegType type = RegType::None;
-  uint32_t size = 0;
-  EXPECT_EQ(key.QueryValue(u"Given", type, size), RegStatus::NotFound);
+  EXPECT_EQ(Query(u"Given"), RegStatus::NotFound);
 
   // The observer link moves with the set.
   ZORPropertySetThreadsafe next;
@@ -392,11 +397,8 @@ TEST_F(PropertySetRegistry, SetKeyKeepsAPrivateDuplicateAndOpenKeyAsksOnlyToRead
 }
 
 TEST_F(PropertySetRegistry, MonitoredReloadOverwritesKnownNamesAndNeverAddsNewOnes) {
-  set.SetPropertyLong(u"Gain", 1);
-  ASSERT_TRUE(registry.SaveBinary(u"VelApoGlobal"));
   Observer observer;
-  set.AddNotify(&observer);
-  ASSERT_TRUE(registry.MonitorBinary(true, u"VelApoGlobal"));
+  SaveAndMonitor(observer);
 
   ZORPropertySetThreadsafe other;
   other.SetPropertyLong(u"Gain", 5);
@@ -451,11 +453,8 @@ TEST_F(PropertySetRegistry, MonitorChangesCallsTheNotifierAndLoadsNothing) {
 // change through SetProperty and its observers, never learns the name it
 // did not know, and A's own watcher ends the echo (the helper checks that).
 TEST_F(PropertySetRegistry, ASaveInAnotherProcessReachesThisProcesssObservers) {
-  set.SetPropertyLong(u"Gain", 1);
-  ASSERT_TRUE(registry.SaveBinary(u"VelApoGlobal"));
   Observer observer;
-  set.AddNotify(&observer);
-  ASSERT_TRUE(registry.MonitorBinary(true, u"VelApoGlobal"));
+  SaveAndMonitor(observer);
 
   velapo::test::ChildProcess processA;
   ASSERT_TRUE(processA.Start(velapo::test::HelperBesideTest(VELAPO_PROPERTYSETREGISTRY_HELPER),
