@@ -70,12 +70,17 @@ std::vector<float> Doubled(std::vector<float> samples) {
   return samples;
 }
 
-}  // namespace
-
-TEST(ZORAPOProcessChain, TunedPathInPlaceWhenWidthsMatch) {
+// A chain and one stage, for the test to build.
+class ZORAPOProcessChainTest : public testing::Test {
+ protected:
   ZORAPOProcessChain chain;
   DoublingStage stage;
-  IZORAudioProcess<float>* stages[] = {&stage};
+  IZORAudioProcess<float>* stages[1] = {&stage};
+};
+
+}  // namespace
+
+TEST_F(ZORAPOProcessChainTest, TunedPathInPlaceWhenWidthsMatch) {
   chain.BuildFromStages(2, 48000, true, stages);
   ASSERT_TRUE(chain.IsBuilt());
 
@@ -94,12 +99,9 @@ TEST(ZORAPOProcessChain, TunedPathInPlaceWhenWidthsMatch) {
   EXPECT_EQ(Interleaved(output), Doubled(Interleaved(input))) << "the input is left as it was";
 }
 
-TEST(ZORAPOProcessChain, WidthFitRunsTheTunedPathAtTheChainsChannels) {
+TEST_F(ZORAPOProcessChainTest, WidthFitRunsTheTunedPathAtTheChainsChannels) {
   // Six channels in and out, a two-channel chain: the tuned path sees two
   // channels, and the other four channels of the output stay silent.
-  ZORAPOProcessChain chain;
-  DoublingStage stage;
-  IZORAudioProcess<float>* stages[] = {&stage};
   chain.BuildFromStages(2, 48000, true, stages);
 
   ZORAudioDataFloat input = Noise(20, 6, 3);
@@ -134,10 +136,7 @@ TEST(ZORAPOProcessChain, WidthFitRunsTheTunedPathAtTheChainsChannels) {
   }
 }
 
-TEST(ZORAPOProcessChain, UnbuiltOrBypassedChainTakesTheBypassPath) {
-  ZORAPOProcessChain chain;
-  DoublingStage stage;
-  IZORAudioProcess<float>* stages[] = {&stage};
+TEST_F(ZORAPOProcessChainTest, UnbuiltOrBypassedChainTakesTheBypassPath) {
   auto expectPassedThrough = [&](const char* what) {
     ZORAudioDataFloat input = Noise(16, 2, 5);
     ZORAudioDataFloat output;
@@ -159,18 +158,16 @@ TEST(ZORAPOProcessChain, UnbuiltOrBypassedChainTakesTheBypassPath) {
   EXPECT_EQ(stage.seen, nullptr) << "the tuned path never ran";
 }
 
-TEST(ZORAPOProcessChain, OnlyACaptureChainFeedsThePipeOnTheBypassPath) {
-  DoublingStage stage;
-  IZORAudioProcess<float>* stages[] = {&stage};
+TEST_F(ZORAPOProcessChainTest, OnlyACaptureChainFeedsThePipeOnTheBypassPath) {
   for (bool isRender : {true, false}) {
-    ZORAPOProcessChain chain;
-    chain.BuildFromStages(2, 48000, isRender, stages);
-    chain.SetChainBypass(true);
+    ZORAPOProcessChain fresh;
+    fresh.BuildFromStages(2, 48000, isRender, stages);
+    fresh.SetChainBypass(true);
     RecordingHook hook;
     ZORAudioDataFloat input = Noise(8, 2, 6);
     ZORAudioDataFloat output;
     output.Allocate(8, 1, 48000);
-    chain.Process(input, output, &hook);
+    fresh.Process(input, output, &hook);
     if (isRender) {
       EXPECT_TRUE(hook.calls.empty()) << "a render chain never asks the pipe";
     } else {
@@ -183,16 +180,13 @@ TEST(ZORAPOProcessChain, OnlyACaptureChainFeedsThePipeOnTheBypassPath) {
     // call, with the endpoint's direction.
     ZORAudioDataFloat side = Noise(8, 1, 7);
     hook.calls.clear();
-    chain.OnChannelData(nullptr, side);
+    fresh.OnChannelData(nullptr, side);
     ASSERT_EQ(hook.calls.size(), 1u);
     EXPECT_EQ(hook.calls[0].first, isRender);
   }
 }
 
-TEST(ZORAPOProcessChain, AnInternalRateRunsTheStagesThereAndKeepsTheHostsFrames) {
-  ZORAPOProcessChain chain;
-  DoublingStage stage;
-  IZORAudioProcess<float>* stages[] = {&stage};
+TEST_F(ZORAPOProcessChainTest, AnInternalRateRunsTheStagesThereAndKeepsTheHostsFrames) {
   ASSERT_TRUE(chain.BuildFromStages(2, 44100, true, stages, 48000));
   EXPECT_EQ(chain.GetRate(), 48000u);
   EXPECT_EQ(chain.GetTunedLatency(), 5u) << "the cushion, at no stage latency";
@@ -221,13 +215,10 @@ TEST(ZORAPOProcessChain, AnInternalRateRunsTheStagesThereAndKeepsTheHostsFrames)
   EXPECT_EQ(chain.GetRate(), 0u);
 }
 
-TEST(ZORAPOProcessChain, ABuildStartsFromOneCushionHoweverOftenItIsRebuilt) {
+TEST_F(ZORAPOProcessChainTest, ABuildStartsFromOneCushionHoweverOftenItIsRebuilt) {
   // At an internal rate equal to the stream's the conversions are copies,
   // so the tuned path delays by the cushion alone: five frames per build,
   // never five more per rebuild.
-  ZORAPOProcessChain chain;
-  DoublingStage stage;
-  IZORAudioProcess<float>* stages[] = {&stage};
   stage.gain = 1.0f;
   for (int build = 0; build < 3; ++build) {
     ASSERT_TRUE(chain.BuildFromStages(2, 48000, true, stages, 48000));
@@ -241,11 +232,8 @@ TEST(ZORAPOProcessChain, ABuildStartsFromOneCushionHoweverOftenItIsRebuilt) {
   }
 }
 
-TEST(ZORAPOProcessChain, AFailedBuildLeavesTheChainOnItsBypassPath) {
-  ZORAPOProcessChain chain;
-  DoublingStage stage;
+TEST_F(ZORAPOProcessChainTest, AFailedBuildLeavesTheChainOnItsBypassPath) {
   stage.initResult = false;
-  IZORAudioProcess<float>* stages[] = {&stage};
   EXPECT_FALSE(chain.BuildFromStages(2, 48000, true, stages));
   EXPECT_FALSE(chain.IsBuilt());
 

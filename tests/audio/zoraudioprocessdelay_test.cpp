@@ -23,10 +23,11 @@ Floats Samples(ZORAudioDataFloat& block) {
   return out;
 }
 
-// Runs one mono block through the delay and returns what came out.
-Floats Mono(ZORAudioProcessDelay& delay, Floats samples) {
+// Runs one interleaved block through the delay and returns what came out.
+Floats Through(ZORAudioProcessDelay& delay, Floats samples, uint32_t channels = 1) {
   ZORAudioDataFloat block;
-  block.AssignMemory(samples.data(), static_cast<uint32_t>(samples.size()), 1, true, 48000);
+  block.AssignMemory(samples.data(), static_cast<uint32_t>(samples.size() / channels), channels,
+                     true, 48000);
   delay.Process(&block);
   return Samples(block);
 }
@@ -39,12 +40,12 @@ TEST(ZORAudioProcessDelay, ThreeFramesOnOneChannelCarryAcrossBlocks) {
   delay.SetDelay(3);
   EXPECT_EQ(delay.GetLatency(), 3u);
 
-  EXPECT_EQ(Mono(delay, {1, 2, 3, 4}), (Floats{0, 0, 0, 1}));
-  EXPECT_EQ(Mono(delay, {5, 6, 7, 8}), (Floats{2, 3, 4, 5}));
+  EXPECT_EQ(Through(delay, {1, 2, 3, 4}), (Floats{0, 0, 0, 1}));
+  EXPECT_EQ(Through(delay, {5, 6, 7, 8}), (Floats{2, 3, 4, 5}));
 
   // A block shorter than the delay comes entirely from what was held.
-  EXPECT_EQ(Mono(delay, {9, 10}), (Floats{6, 7}));
-  EXPECT_EQ(Mono(delay, {11, 12, 13}), (Floats{8, 9, 10}));
+  EXPECT_EQ(Through(delay, {9, 10}), (Floats{6, 7}));
+  EXPECT_EQ(Through(delay, {11, 12, 13}), (Floats{8, 9, 10}));
 }
 
 TEST(ZORAudioProcessDelay, DelaysAStreamInBlocksOfAnySizeAsAWhole) {
@@ -86,24 +87,24 @@ TEST(ZORAudioProcessDelay, ChangingTheDelayWhileRunning) {
   ZORAudioProcessDelay delay;
   delay.Init(1, 48000);
   delay.SetDelay(3);
-  Mono(delay, {1, 2, 3, 4});  // holds 2 3 4
+  Through(delay, {1, 2, 3, 4});  // holds 2 3 4
 
   // Longer: silence goes after the audio held, so the held audio comes out
   // first and the gap follows it.
   delay.SetDelay(5);
   EXPECT_EQ(delay.GetLatency(), 5u);
-  EXPECT_EQ(Mono(delay, {5, 6, 7, 8}), (Floats{2, 3, 4, 0}));
-  EXPECT_EQ(Mono(delay, {9, 10, 11, 12}), (Floats{0, 5, 6, 7}));  // held: 0 5 6 7 8
+  EXPECT_EQ(Through(delay, {5, 6, 7, 8}), (Floats{2, 3, 4, 0}));
+  EXPECT_EQ(Through(delay, {9, 10, 11, 12}), (Floats{0, 5, 6, 7}));  // held: 0 5 6 7 8
 
   // Shorter: the newest samples go (held were 8 9 10 11 12, now 8 9).
   delay.SetDelay(2);
-  EXPECT_EQ(Mono(delay, {13, 14, 15}), (Floats{8, 9, 13}));
+  EXPECT_EQ(Through(delay, {13, 14, 15}), (Floats{8, 9, 13}));
 
   // Delay 0 keeps what is held, and a later delay finds it again.
   delay.SetDelay(0);
-  EXPECT_EQ(Mono(delay, {16, 17}), (Floats{16, 17}));
+  EXPECT_EQ(Through(delay, {16, 17}), (Floats{16, 17}));
   delay.SetDelay(2);
-  EXPECT_EQ(Mono(delay, {18, 19, 20}), (Floats{14, 15, 18}));
+  EXPECT_EQ(Through(delay, {18, 19, 20}), (Floats{14, 15, 18}));
 }
 
 TEST(ZORAudioProcessDelay, WithoutLinesOrDelayTheBlockIsLeftAlone) {
@@ -146,16 +147,10 @@ TEST(ZORAudioProcessDelay, ChannelsBeyondTheLinesPassAndLinesFollowInit) {
   EXPECT_EQ(delay.GetChannelCount(), 1u);
 
   const Floats samples{1, 10, 2, 20, 3, 30};
-  ZORAudioDataFloat data;
-  data.AssignMemory(samples.data(), 3, 2, true, 48000);
-  delay.Process(&data);
-  EXPECT_EQ(Samples(data), (Floats{0, 10, 1, 20, 2, 30}));
-
+  EXPECT_EQ(Through(delay, samples, 2), (Floats{0, 10, 1, 20, 2, 30}));
   // A new line starts silent; the old one keeps its sample.
   delay.Init(2, 48000);
-  data.AssignMemory(samples.data(), 3, 2, true, 48000);
-  delay.Process(&data);
-  EXPECT_EQ(Samples(data), (Floats{3, 0, 1, 10, 2, 20}));
+  EXPECT_EQ(Through(delay, samples, 2), (Floats{3, 0, 1, 10, 2, 20}));
 }
 
 TEST(ZORAudioProcessDelay, ProcessDoesNotAllocate) {
