@@ -19,18 +19,13 @@ namespace techtest {
 
 inline std::filesystem::path TestDirectory() { return zor::os::ExecutablePath().parent_path(); }
 
-// A file that lies in `directory`, for the override path: the loader looks
-// beside it. The file itself needn't exist.
-inline std::u16string AnchorIn(const std::filesystem::path& directory) {
-  return (directory / "anchor").u16string();
-}
-
 // Points the loader at one of the tests' own module directories for the
-// life of the object, and back beside the executable afterwards.
+// life of the object, and back beside the executable afterwards. The override
+// names a file in `directory` (which needn't exist): the loader looks beside it.
 class ModuleDirectory {
  public:
   explicit ModuleDirectory(const std::filesystem::path& directory) {
-    ZORAPOProcessLibrary::SetModulePath(AnchorIn(directory).c_str());
+    ZORAPOProcessLibrary::SetModulePath((directory / "anchor").u16string().c_str());
   }
   ~ModuleDirectory() { ZORAPOProcessLibrary::SetModulePath(nullptr); }
   ModuleDirectory(const ModuleDirectory&) = delete;
