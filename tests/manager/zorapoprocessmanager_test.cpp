@@ -123,11 +123,13 @@ struct TestManager : BuilderHolder, ZORAPOProcessManager {
   TestManager() { builder.Attach(*this); }
 };
 
-// Builds every chain with one RecordingStage of its own at `channels`.
-struct RecordingChains {
-  std::map<const ZORAPOProcessChain*, std::unique_ptr<RecordingStage>> stages;
-  void Install(TestBuilder& builder, uint32_t channels) {
-    builder.build = [this, channels](ZORAPOProcessChain* chain) {
+// A manager whose chains each hold a RecordingStage of their own, on the
+// platform's clock or on a hand-moved one.
+struct RecordedManager {
+  explicit RecordedManager(bool manualClock = true, uint32_t location = kLocationSfx,
+                           uint32_t channels = 2, int64_t frequency = 1000)
+      : clock(frequency) {
+    manager.builder.build = [this, channels](ZORAPOProcessChain* chain) {
       auto& stage = stages[chain];
       if (!stage) {
         stage = std::make_unique<RecordingStage>();
@@ -135,26 +137,15 @@ struct RecordingChains {
       IZORAudioProcess<float>* list[] = {stage.get()};
       chain->BuildFromStages(channels, kRate, true, list);
     };
-  }
-  RecordingStage& Of(const ZORAPOProcessChain* chain) { return *stages.at(chain); }
-};
-
-// A manager whose chains each hold a RecordingStage, on the platform's clock
-// or on a hand-moved one.
-struct RecordedManager {
-  explicit RecordedManager(bool manualClock = true, uint32_t location = kLocationSfx,
-                           uint32_t channels = 2, int64_t frequency = 1000)
-      : clock(frequency) {
-    chains.Install(manager.builder, channels);
     if (manualClock) {
       manager.SetClock(&clock);
     }
     EXPECT_TRUE(manager.Initialize(channels, channels, kRate, 0, location));
   }
-  RecordingStage& Active() { return chains.Of(manager.GetChainPointers().active); }
+  RecordingStage& Active() { return *stages.at(manager.GetChainPointers().active); }
   ManualClock clock;
   TestManager manager;
-  RecordingChains chains;
+  std::map<const ZORAPOProcessChain*, std::unique_ptr<RecordingStage>> stages;
 };
 
 std::vector<float> Noise(size_t count, uint32_t seed) {
@@ -419,7 +410,7 @@ TEST(ZORAPOProcessManager, WorkerTurnsUpdatesIntoOneFadeAtATime) {
 
 TEST(ZORAPOProcessManager, StaleAfterMoreThan300MillisecondsAndFlushesLatencyPlus20Ms) {
   RecordedManager recorded;  // one tick per millisecond
-  auto& [clock, manager, chains] = recorded;
+  auto& [clock, manager, stages] = recorded;
   RecordingStage& stage = recorded.Active();
   const std::vector<float> input = Noise(960, 10);
   ZORLogCapture log;
@@ -475,7 +466,7 @@ TEST(ZORAPOProcessManager, CounterArithmeticWrapsAsTheEngineDoes) {
 TEST(ZORAPOProcessManager, OffloadLocationsFlushOnlySilentBlocksButRestartTheStopwatch) {
   for (uint32_t location : {4u, 5u}) {
     RecordedManager recorded(true, location);
-    auto& [clock, manager, chains] = recorded;
+    auto& [clock, manager, stages] = recorded;
     RecordingStage& stage = recorded.Active();
     const std::vector<float> input = Noise(960, 12);
     ZORLogCapture log;
@@ -500,7 +491,7 @@ TEST(ZORAPOProcessManager, OffloadLocationsFlushOnlySilentBlocksButRestartTheSto
 
 TEST(ZORAPOProcessManager, FlushDoesNotFlushAgainFromItsOwnPass) {
   RecordedManager recorded;
-  auto& [clock, manager, chains] = recorded;
+  auto& [clock, manager, stages] = recorded;
   RecordingStage& stage = recorded.Active();
   const std::vector<float> input = Noise(960, 13);
   ZORLogCapture log;
