@@ -100,7 +100,6 @@ TEST(ZORAudioProcessBlock, ImpulseLeavesAfterTwoBlocksForAnyHostSize) {
     input[1] = 0.5f;
     const std::vector<float> output = RunStream(stage, input, 2, {hostFrames});
     EXPECT_EQ(output, DelayedNegated(input, 2, 2 * kBlock)) << "host block " << hostFrames;
-    EXPECT_EQ(output[2 * 2 * kBlock], -1.0f);
   }
 }
 
