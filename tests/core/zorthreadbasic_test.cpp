@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 
 #include "support/zorlogcapture.h"
@@ -35,44 +36,14 @@ class StopAwareWorker : public IZORThreadBasicWorker {
   bool result = true;
 };
 
-// Returns at once, before anyone asks it to stop.
-class EarlyReturnWorker : public IZORThreadBasicWorker {
+// A worker whose Run is the test's own function.
+class FunctionWorker : public IZORThreadBasicWorker {
  public:
-  bool Run(ZORThreadBasic&, Event&) override {
-    returning.Set();
-    return false;
-  }
-  Event returning{EventReset::Manual};
-};
+  explicit FunctionWorker(std::function<bool(ZORThreadBasic&, Event&)> run) : m_run(std::move(run)) {}
+  bool Run(ZORThreadBasic& thread, Event& stopEvent) override { return m_run(thread, stopEvent); }
 
-// Ignores the stop event until the test lets it go; then checks that the
-// stop event it was handed is still there and signalled.
-class StubbornWorker : public IZORThreadBasicWorker {
- public:
-  bool Run(ZORThreadBasic&, Event& stopEvent) override {
-    started.Set();
-    release.Wait(kInfinite);
-    stopStillSignalled = stopEvent.Wait(0);
-    finished.Set();
-    return true;
-  }
-  Event started{EventReset::Manual};
-  Event release{EventReset::Manual};
-  Event finished{EventReset::Manual};
-  std::atomic<bool> stopStillSignalled{false};
-};
-
-// Asks its own thread to stop, which must not wait for itself.
-class SelfStoppingWorker : public IZORThreadBasicWorker {
- public:
-  bool Run(ZORThreadBasic& thread, Event& stopEvent) override {
-    thread.Stop(0);
-    stopSet = stopEvent.Wait(0);
-    done.Set();
-    return true;
-  }
-  Event done{EventReset::Manual};
-  std::atomic<bool> stopSet{false};
+ private:
+  std::function<bool(ZORThreadBasic&, Event&)> m_run;
 };
 
 }  // namespace
@@ -131,9 +102,13 @@ TEST(ZORThreadBasic, StopForgetsTheWorkerSoANullStartFails) {
 
 TEST(ZORThreadBasic, WorkerThatReturnsEarlyKeepsTheThreadUntilStop) {
   ZORThreadBasic thread;
-  EarlyReturnWorker worker;
+  Event returning{EventReset::Manual};
+  FunctionWorker worker([&](ZORThreadBasic&, Event&) {
+    returning.Set();  // at once, before anyone asks it to stop
+    return false;
+  });
   ASSERT_TRUE(thread.Start(&worker));
-  ASSERT_TRUE(worker.returning.Wait(kMustNotTimeOutMs));
+  ASSERT_TRUE(returning.Wait(kMustNotTimeOutMs));
   EXPECT_TRUE(thread.IsStarted());
   EXPECT_NE(thread.ThreadId(), 0u);
   thread.Stop(0);
@@ -143,11 +118,20 @@ TEST(ZORThreadBasic, WorkerThatReturnsEarlyKeepsTheThreadUntilStop) {
 
 TEST(ZORThreadBasic, WorkerThatIgnoresTheStopEventIsGivenUpAfterTheWait) {
   ZORLogCapture log;
-  StubbornWorker worker;
+  Event started{EventReset::Manual}, release{EventReset::Manual}, finished{EventReset::Manual};
+  std::atomic<bool> stopStillSignalled{false};
+  // Ignores the stop event until let go; then checks the one it was handed.
+  FunctionWorker worker([&](ZORThreadBasic&, Event& stopEvent) {
+    started.Set();
+    release.Wait(kInfinite);
+    stopStillSignalled = stopEvent.Wait(0);
+    finished.Set();
+    return true;
+  });
   {
     ZORThreadBasic thread;
     ASSERT_TRUE(thread.Start(&worker));
-    ASSERT_TRUE(worker.started.Wait(kMustNotTimeOutMs));
+    ASSERT_TRUE(started.Wait(kMustNotTimeOutMs));
     thread.Stop(50);
     EXPECT_FALSE(thread.IsStarted());
     EXPECT_EQ(thread.ExitCode(), ZORThreadBasic::kExitRunFailed);
@@ -157,9 +141,9 @@ TEST(ZORThreadBasic, WorkerThatIgnoresTheStopEventIsGivenUpAfterTheWait) {
   if (log.Contains("was abandoned")) {
     // No forced termination here: with its owner gone, the worker must still
     // find its stop event, signalled, and end cleanly once it wakes.
-    worker.release.Set();
-    ASSERT_TRUE(worker.finished.Wait(kMustNotTimeOutMs));
-    EXPECT_TRUE(worker.stopStillSignalled);
+    release.Set();
+    ASSERT_TRUE(finished.Wait(kMustNotTimeOutMs));
+    EXPECT_TRUE(stopStillSignalled);
   } else {
     EXPECT_TRUE(log.Contains("was terminated"));
   }
@@ -178,10 +162,17 @@ TEST(ZORThreadBasic, DestructorStopsARunningWorker) {
 TEST(ZORThreadBasic, StopFromItsOwnWorkerDoesNotWaitForItself) {
   ZORLogCapture log;
   ZORThreadBasic thread;
-  SelfStoppingWorker worker;
+  Event done{EventReset::Manual};
+  std::atomic<bool> stopSet{false};
+  FunctionWorker worker([&](ZORThreadBasic& self, Event& stopEvent) {
+    self.Stop(0);
+    stopSet = stopEvent.Wait(0);
+    done.Set();
+    return true;
+  });
   ASSERT_TRUE(thread.Start(&worker));
-  ASSERT_TRUE(worker.done.Wait(kMustNotTimeOutMs));
-  EXPECT_TRUE(worker.stopSet);
+  ASSERT_TRUE(done.Wait(kMustNotTimeOutMs));
+  EXPECT_TRUE(stopSet);
   EXPECT_TRUE(thread.IsStarted());  // the owner collects it
   EXPECT_TRUE(log.Contains("ZORThreadBasic::Stop | called by its own worker"));
   thread.Stop(0);
