@@ -23,14 +23,15 @@ std::vector<float> Noise(size_t count, uint32_t seed) {
   return out;
 }
 
-ZORAudioDataFloat Block(const std::vector<float>& samples, uint32_t channels) {
+// Runs one interleaved block through the downmix, whose channel count must
+// stay, and returns what came out.
+std::vector<float> Through(ZORAudioProcessDownmix& downmix, const std::vector<float>& samples,
+                           uint32_t channels) {
   ZORAudioDataFloat block;
   block.AssignMemory(samples.data(), static_cast<uint32_t>(samples.size() / channels), channels,
                      true, 48000);
-  return block;
-}
-
-std::vector<float> Samples(ZORAudioDataFloat& block) {
+  downmix.Process(&block);
+  EXPECT_EQ(block.GetChannels(), channels);
   const float* p = block.GetData(false, true);
   std::vector<float> out(p, p + block.GetSampleCount());
   block.ReleaseData();
@@ -78,10 +79,8 @@ TEST(ZORAudioProcessDownmix, FoldsByModeAndKeepsTheChannelCount) {
   EXPECT_EQ(downmix.GetLatency(), 0u);
 
   // All channels at 1.0: 2.414 in front, no limiting of any kind.
-  ZORAudioDataFloat surround = Block(std::vector<float>(6 * 5, 1.0f), 6);
-  downmix.Process(&surround);
-  ASSERT_EQ(surround.GetChannels(), 6u);
-  const std::vector<float> folded = Samples(surround);
+  const std::vector<float> folded = Through(downmix, std::vector<float>(6 * 5, 1.0f), 6);
+  ASSERT_EQ(folded.size(), 30u);
   for (uint32_t f = 0; f < 5; ++f) {
     EXPECT_EQ(folded[f * 6], (1.0f + 1.0f) * k + 1.0f);
     EXPECT_FLOAT_EQ(folded[f * 6 + 1], 2.414f);
@@ -95,40 +94,29 @@ TEST(ZORAudioProcessDownmix, FoldsByModeAndKeepsTheChannelCount) {
   for (uint32_t f = 0; f < 3; ++f) {
     lfe[f * 6 + 3] = 1.0f;
   }
-  ZORAudioDataFloat lfeBlock = Block(lfe, 6);
-  downmix.Process(&lfeBlock);
-  EXPECT_EQ(Samples(lfeBlock), std::vector<float>(18, 0.0f));
+  EXPECT_EQ(Through(downmix, lfe, 6), std::vector<float>(18, 0.0f));
 
   // Too few channels for the mode, bypass, and an unknown mode leave the
   // block alone.
   const std::vector<float> four = Noise(4 * 8, 1);
-  ZORAudioDataFloat fourBlock = Block(four, 4);
-  downmix.Process(&fourBlock);
-  EXPECT_EQ(Samples(fourBlock), four);
-
+  EXPECT_EQ(Through(downmix, four, 4), four);
   const std::vector<float> six = Noise(6 * 8, 2);
-  ZORAudioDataFloat bypassed = Block(six, 6);
   downmix.SetBypass(true);
-  downmix.Process(&bypassed);
-  EXPECT_EQ(Samples(bypassed), six);
+  EXPECT_EQ(Through(downmix, six, 6), six);
   downmix.SetBypass(false);
   downmix.SetMode(9);
-  downmix.Process(&bypassed);
-  EXPECT_EQ(Samples(bypassed), six);
+  EXPECT_EQ(Through(downmix, six, 6), six);
 
   // Stereo to mono of 1.0 and 1.0 gives 1.414; mono to both copies left.
-  ZORAudioDataFloat stereo = Block({1.0f, 1.0f, 0.5f, -0.25f}, 2);
   downmix.SetMode(ZORAudioProcessDownmix::Mode_StereoToMono);
-  downmix.Process(&stereo);
-  const std::vector<float> mono = Samples(stereo);
+  const std::vector<float> mono = Through(downmix, {1.0f, 1.0f, 0.5f, -0.25f}, 2);
   EXPECT_FLOAT_EQ(mono[0], 1.414f);
   EXPECT_EQ(mono[1], 0.0f);
   EXPECT_EQ(mono[2], (-0.25f + 0.5f) * k);
 
-  ZORAudioDataFloat pair = Block({0.3f, -0.7f, 0.1f, 0.9f}, 2);
   downmix.SetMode(ZORAudioProcessDownmix::Mode_MonoToBoth);
-  downmix.Process(&pair);
-  EXPECT_EQ(Samples(pair), (std::vector<float>{0.3f, 0.3f, 0.1f, 0.1f}));
+  EXPECT_EQ(Through(downmix, {0.3f, -0.7f, 0.1f, 0.9f}, 2),
+            (std::vector<float>{0.3f, 0.3f, 0.1f, 0.1f}));
 
   // An empty block stays empty.
   ZORAudioDataFloat empty;
