@@ -47,28 +47,25 @@ TEST(ZORUTSValue, TextRulesOfGetLong) {
   }
 }
 
+// Int, Long and Float read as numbers; no value and every other kind read -1.
 TEST(ZORUTSValue, KindRulesOfGetLong) {
-  ZORUTSValue value;
-  EXPECT_EQ(value.GetLong(), -1);  // no value at all
-  value.value = std::make_shared<VELAnyValInt>(40);
-  EXPECT_EQ(value.GetLong(), 40);
-  value.value = std::make_shared<VELAnyValLong>(-7);
-  EXPECT_EQ(value.GetLong(), -7);
-  value.value = std::make_shared<VELAnyValFloat>(-2.9f);
-  EXPECT_EQ(value.GetLong(), -2);
-  value.value = std::make_shared<VELAnyValFloat>(3e10f);
-  EXPECT_EQ(value.GetLong(), std::numeric_limits<int32_t>::max());
-  value.value = std::make_shared<VELAnyValFloat>(std::numeric_limits<float>::quiet_NaN());
-  EXPECT_EQ(value.GetLong(), -1);
-  // Every other kind reads -1, whatever it holds.
-  value.value = std::make_shared<VELAnyValBool>(uint8_t{1});
-  EXPECT_EQ(value.GetLong(), -1);
-  value.value = std::make_shared<VELAnyValShort>(static_cast<int16_t>(5));
-  EXPECT_EQ(value.GetLong(), -1);
-  value.value = std::make_shared<VELAnyValDouble>(5.0);
-  EXPECT_EQ(value.GetLong(), -1);
-  value.value = std::make_shared<VELAnyValWString>(std::u16string(u"5"));
-  EXPECT_EQ(value.GetLong(), -1);
+  const std::pair<VELAnyValPtr, int32_t> cases[] = {
+      {nullptr, -1},
+      {std::make_shared<VELAnyValInt>(40), 40},
+      {std::make_shared<VELAnyValLong>(-7), -7},
+      {std::make_shared<VELAnyValFloat>(-2.9f), -2},
+      {std::make_shared<VELAnyValFloat>(3e10f), std::numeric_limits<int32_t>::max()},
+      {std::make_shared<VELAnyValFloat>(std::numeric_limits<float>::quiet_NaN()), -1},
+      {std::make_shared<VELAnyValBool>(uint8_t{1}), -1},
+      {std::make_shared<VELAnyValShort>(static_cast<int16_t>(5)), -1},
+      {std::make_shared<VELAnyValDouble>(5.0), -1},
+      {std::make_shared<VELAnyValWString>(std::u16string(u"5")), -1},
+  };
+  for (size_t i = 0; i < std::size(cases); ++i) {
+    ZORUTSValue value;
+    value.value = cases[i].first;
+    EXPECT_EQ(value.GetLong(), cases[i].second) << "case " << i;
+  }
 }
 
 TEST(ZORUTSValue, CopiesShareAndSettersReplace) {
