@@ -1,12 +1,8 @@
 // Process A of the cross-process settings test.
 //   propertysetregistryhelper <root> <key> <value name>
-// Loads the set kept in <value name>, turns on auto-save and its own monitor,
-// then changes "Gain" to 5 and adds "Extra" (a name the other process does
-// not know), and checks that the echo of its own saves ends at itself: the
-// watcher's reload finds the values unchanged and no further change (and so
-// no further save) follows. It keeps writing a fresh "Ping" beside the set's
-// value until the other process writes "Ack", so that a signal either side
-// missed between its reload and its next arm is followed by another.
+// Loads the set in <value name> with auto-save and its own monitor, sets
+// "Gain" to 5 and adds "Extra" (unknown to the other process), and checks
+// that the echo of its saves ends here; it pings until the other writes "Ack".
 // Exit code: 0 success, 2 bad arguments, 3 store failure, 4 echo did not
 // end, 5 no echo seen, 6 no acknowledgement.
 #include <atomic>
