@@ -9,7 +9,7 @@ bool ZORGuidText::Parse(std::u16string_view text) {
   GUID guid = GUID_NULL;
   if (FAILED(CLSIDFromString(zor::com::ToComText(terminated.c_str()), &guid))) return false;
   m_guid = guid;
-  m_text = terminated;
+  m_text = terminated.c_str();  // what CLSIDFromString read
   for (char16_t& c : m_text) {
     if (c >= u'a' && c <= u'z') c = static_cast<char16_t>(c - u'a' + u'A');
   }

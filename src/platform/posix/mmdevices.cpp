@@ -338,10 +338,10 @@ void Report(IMMNotificationClient& client, const TreeSnapshot& before, const Tre
   }
   for (int flow = 0; flow < 2; ++flow) {
     if (Folded(before.defaults[flow]) == Folded(after.defaults[flow])) continue;
+    // One default serves every role here, so it is reported once, for the
+    // console role that the policy client sets.
     const WCHAR* id = after.defaults[flow].empty() ? nullptr : after.defaults[flow].c_str();
-    for (const ERole role : {eConsole, eMultimedia, eCommunications}) {
-      client.OnDefaultDeviceChanged(static_cast<EDataFlow>(flow), role, id);
-    }
+    client.OnDefaultDeviceChanged(static_cast<EDataFlow>(flow), eConsole, id);
   }
 }
 

@@ -1,0 +1,56 @@
+// The other process of the endpoint notification tests: changes one
+// endpoint the way a control panel would, through the same code.
+//   endpointhelper <root> state <guid> <n>         writes DeviceState
+//   endpointhelper <root> default <guid>           sets it as the default
+//   endpointhelper <root> sysfx <guid> <0|1>       SetSysFxDisabled
+//   endpointhelper <root> property <guid> <name>   writes a text property
+// Exit code 0 on success, 2 for bad arguments, 3 when the change failed.
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "platform/com.h"
+#include "platform/registry.h"
+#include "platform/text.h"
+#include "registrytestarea.h"
+#include "system/zorapoendpointtools.h"
+
+int main(int argc, char** argv) {
+  if (argc != 5 && !(argc == 4 && std::string(argv[2]) == "default")) {
+    std::fprintf(stderr, "usage: endpointhelper <root> state|default|sysfx|property <guid> [arg]\n");
+    return 2;
+  }
+  velapo::test::UseRegistryRoot(argv[1]);
+  const std::string command = argv[2];
+  const std::u16string guid = zor::os::Utf8ToUtf16(argv[3]);
+  const std::u16string key = std::u16string(ZORAPOEndpointInfo::kMMDevicesAudioPath) + u"Render\\" + guid;
+  const std::u16string id = u"{0.0.0.00000000}." + guid;
+  ZORComPtr<IMMDeviceEnumerator> enumerator;
+  ZORComPtr<IMMDevice> device;
+  if (FAILED(CoCreateInstance(CLSID_MMDeviceEnumerator, nullptr, CLSCTX_ALL, IID_IMMDeviceEnumerator,
+                              enumerator.PutVoid())) ||
+      FAILED(enumerator->GetDevice(zor::com::ToComText(id.c_str()), device.Put()))) {
+    return 3;
+  }
+  ZORAPOEndpointInfo info(device.Get(), true);
+  zor::os::RegKey opened;
+  if (command == "state") {
+    return zor::os::RegKey::Open(key, zor::os::kKeySetValue, opened) == zor::os::RegStatus::Ok &&
+                   opened.WriteDword(u"DeviceState", static_cast<uint32_t>(std::atoi(argv[4]))) ==
+                       zor::os::RegStatus::Ok
+               ? 0
+               : 3;
+  }
+  if (command == "default") return ZORAPOEndpointTools().SetDefaultEndpoint(info) ? 0 : 3;
+  if (command == "sysfx") return info.SetSysFxDisabled(std::string(argv[4]) == "1") ? 0 : 3;
+  if (command == "property") {
+    const std::u16string text = u"x";
+    const auto* bytes = reinterpret_cast<const uint8_t*>(text.c_str());
+    return zor::os::RegKey::Open(key + u"\\FxProperties", zor::os::kKeySetValue, opened) == zor::os::RegStatus::Ok &&
+                   opened.WriteValue(zor::os::Utf8ToUtf16(argv[4]), zor::os::RegType::Sz, {bytes, 4}) ==
+                       zor::os::RegStatus::Ok
+               ? 0
+               : 3;
+  }
+  return 2;
+}

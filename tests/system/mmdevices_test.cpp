@@ -1,0 +1,120 @@
+// The Linux device enumerator: endpoints written into the settings store,
+// and their changes made by another process.
+#include <gtest/gtest.h>
+
+#include "childprocess.h"
+#include "endpointfixture.h"
+#include "endpointrecorder.h"
+#include "platform/posix/mmdevices.h"
+#include "system/zorapoendpointtools.h"
+
+namespace {
+
+using velapo::test::EndpointRecorder;
+using velapo::test::EndpointStore;
+using zor::os::RegType;
+
+class StoreEndpoints : public EndpointStore {
+ protected:
+  std::u16string Add(uint32_t state, bool render = true) {
+    const std::u16string guid = velapo::test::FreshEndpointGuid();
+    const std::u16string key = Endpoint(guid, render);
+    WriteDword(key, u"DeviceState", state);
+    WriteDword(key + u"\\FxProperties", zor::com::PropertyKeyText(PKEY_AudioEndpoint_Disable_SysFx), 0);
+    return guid;
+  }
+  void Helper(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), m_area.Root());
+    velapo::test::ChildProcess child;
+    ASSERT_TRUE(child.Start(velapo::test::HelperBesideTest(VELAPO_ENDPOINT_HELPER), arguments));
+    ASSERT_EQ(child.Wait(20000), 0);
+  }
+  static std::string Narrow(const std::u16string& text) { return std::string(text.begin(), text.end()); }
+};
+
+TEST_F(StoreEndpoints, OnlyActiveRenderEndpointsAreListedAndTheDefaultIsSetThroughThePolicyClient) {
+  ZORAPOEndpointTools tools;
+  std::vector<ZORAPOEndpointInfo> endpoints;
+  EXPECT_FALSE(tools.GetEndpoints(endpoints));
+  const std::u16string first = Add(DEVICE_STATE_ACTIVE);
+  const std::u16string second = Add(DEVICE_STATE_ACTIVE);
+  for (const uint32_t state : {DEVICE_STATE_DISABLED, DEVICE_STATE_NOTPRESENT, DEVICE_STATE_UNPLUGGED}) Add(state);
+  Add(DEVICE_STATE_ACTIVE, false);
+  Write(Endpoint(velapo::test::FreshEndpointGuid()), u"DeviceState", RegType::Sz, velapo::test::TextBytes(u"1"));
+  WriteText(std::u16string(kAudio) + u"Render\\NotAGuid", u"x", u"y");
+  Forget(std::u16string(kAudio) + u"Render\\NotAGuid");
+
+  ASSERT_TRUE(tools.GetEndpoints(endpoints));
+  ASSERT_EQ(endpoints.size(), 2u);
+  EXPECT_EQ(endpoints[0].GetEndpointGuid().Text(), first);
+  EXPECT_EQ(endpoints[1].GetEndpointGuid().Text(), second);
+  EXPECT_EQ(endpoints[1].GetDeviceId(), u"{0.0.0.00000000}." + second);
+
+  ZORAPOEndpointInfo chosen;
+  ASSERT_TRUE(tools.GetDefaultEndpoint(chosen));
+  EXPECT_EQ(chosen.GetEndpointGuid().Text(), first);  // none named: the first active one
+  ASSERT_TRUE(tools.SetDefaultEndpoint(endpoints[1]));
+  ASSERT_TRUE(tools.GetDefaultEndpoint(chosen));
+  EXPECT_EQ(chosen.GetEndpointGuid().Text(), second);
+  EXPECT_FALSE(tools.SetDefaultEndpoint(ZORAPOEndpointInfo()));
+}
+
+TEST_F(StoreEndpoints, PropertiesReadAsTheirVariantsAndBadDataIsRefused) {
+  struct Case {
+    RegType type;
+    std::vector<uint8_t> data;
+    VARTYPE vt;  // VT_EMPTY: refused
+  };
+  const Case cases[] = {
+      {RegType::Sz, velapo::test::TextBytes(u"SUBSYS_1"), VT_LPWSTR},
+      {RegType::Sz, {0x41, 0x00, 0x42}, VT_EMPTY},
+      {RegType::Dword, {1, 0, 0, 0}, VT_UI4},
+      {RegType::Dword, {1, 0, 0}, VT_EMPTY},
+      {RegType::Qword, std::vector<uint8_t>(8, 0xFF), VT_UI8},
+      {RegType::Binary, {}, VT_BLOB},
+      {RegType::MultiSz, velapo::test::TextBytes(std::u16string(u"a\0bc\0", 5)), VT_VECTOR | VT_LPWSTR},
+      {RegType::MultiSz, {0x41}, VT_EMPTY},
+      {RegType::None, {1}, VT_EMPTY},
+  };
+  for (const Case& c : cases) {
+    PROPVARIANT value;
+    EXPECT_EQ(zor::os::PropVariantFromRegistry(c.type, c.data, value), c.vt != VT_EMPTY);
+    EXPECT_EQ(value.vt, c.vt);
+    if (value.vt == (VT_VECTOR | VT_LPWSTR)) {
+      EXPECT_EQ(value.calpwstr.cElems, 2u);
+    }
+    PropVariantClear(&value);
+  }
+}
+
+TEST_F(StoreEndpoints, ChangesByAnotherProcessReachTheObserversAsCodes) {
+  const std::u16string endpoint = Add(DEVICE_STATE_ACTIVE);
+  const std::u16string other = Add(DEVICE_STATE_ACTIVE);
+  WriteText(std::u16string(kAudio) + u"Render", u"DefaultEndpoint", endpoint);
+  ZORAPOEndpointTools tools;
+  EndpointRecorder recorder;
+  tools.Register(&recorder);
+
+  // The state changes go to the endpoint that is not the default, so that
+  // the default stays where it is until it is moved on purpose.
+  const std::string guid = Narrow(endpoint);
+  Helper({"state", Narrow(other), "8"});
+  EXPECT_EQ(recorder.WaitFor(1, true), (std::vector<int32_t>{1}));
+  Helper({"state", Narrow(other), "1"});
+  EXPECT_EQ(recorder.WaitFor(2, true), (std::vector<int32_t>{1, 2}));
+  Helper({"sysfx", guid, "1"});
+  EXPECT_EQ(recorder.WaitFor(3, true), (std::vector<int32_t>{1, 2, 3}));
+  // Another property says nothing; the default change after it shows that.
+  Helper({"property", guid, Narrow(zor::com::PropertyKeyText(PKEY_Device_DeviceDesc))});
+  Helper({"default", Narrow(other)});
+  EXPECT_EQ(recorder.WaitFor(4, true), (std::vector<int32_t>{1, 2, 3, 0}));
+
+  EndpointRecorder late;
+  tools.Unregister(&recorder);
+  tools.Register(&late);
+  Helper({"state", guid, "8"});
+  EXPECT_EQ(late.WaitFor(1), std::vector<int32_t>{1});
+  EXPECT_EQ(recorder.WaitFor(0, true).size(), 4u);
+}
+
+}  // namespace
