@@ -168,14 +168,17 @@ class RegKey {
 
   // Sets the key's discretionary access from a security descriptor text
   // (e.g. "D:(A;OICI;GA;;;AU)"). Windows applies it as it stands. The POSIX
-  // store maps it onto file permissions of the key's directory and values:
-  // the owner always has full access; group and others get read access if
-  // any allow entry grants everyone, users or authenticated users read (or
-  // all) rights, and write access likewise, less what a deny entry for them
-  // takes away; entries for other accounts (guests, anonymous, services)
-  // have no counterpart and are ignored. A null DACL ("D:NO_ACCESS_CONTROL")
-  // opens the key to all. Keys created below later take the same permissions.
-  // Needs kKeyWriteDac.
+  // store maps it onto the permission bits of the key's directory and values:
+  // the owner (who made the key) always has full access; the key's group
+  // stands for the users who log on (authenticated users, interactive users,
+  // the Users group) and gets the read and write access their allow entries
+  // give; others get only what an entry for everyone gives; a deny entry for
+  // either takes its rights from both. Entries for other accounts (guests,
+  // anonymous, services, administrators) have no counterpart and are
+  // ignored. A key whose group has any access gets set-group-ID, so keys and
+  // values made below belong to its group whoever makes them. A null DACL
+  // ("D:NO_ACCESS_CONTROL") opens the key to all. Keys created below later
+  // take the same permissions. Needs kKeyWriteDac and ownership of the key.
   RegSecurityResult SetSecurity(std::u16string_view descriptor);
 
   struct State;  // defined by the back end

@@ -157,15 +157,16 @@ TEST(RegistryStoreFormat, DescriptorsMapOntoPermissionBits) {
   const Case cases[] = {
       {u"D:(D;OICI;GA;;;BG)(D;OICI;GA;;;AN)(A;OICI;GA;;;AU)(A;OICI;GA;;;BA)(A;OICI;GA;;;LS)"
        u"(A;OICI;GA;;;SY)",
-       0777},
-      {u"D:(A;;GR;;;WD)", 0755},
-      {u"D:(A;;KR;;;BU)(A;;KA;;;BA)", 0755},
-      {u"D:(A;;0x80000000;;;S-1-1-0)", 0755},
-      {u"D:(A;;GA;;;AU)(D;;GW;;;AU)", 0755},
+       02770},
+      {u"D:(A;;GR;;;WD)", 02755},
+      {u"D:(A;;KR;;;BU)(A;;KA;;;BA)", 02750},
+      {u"D:(A;;0x80000000;;;S-1-1-0)", 02755},
+      {u"D:(A;;GA;;;AU)(D;;GW;;;AU)", 02750},
+      {u"D:(A;;GA;;;WD)(D;;GW;;;IU)", 02755},
       {u"D:(A;;GA;;;BA)(A;;GA;;;SY)", 0700},
       {u"D:", 0700},
       {u"D:NO_ACCESS_CONTROL", 0777},
-      {u"O:BAG:SYD:P(A;;GA;;;WD)S:(AU;SA;GA;;;WD)", 0777},
+      {u"O:BAG:SYD:P(A;;GA;;;WD)S:(AU;SA;GA;;;WD)", 02777},
   };
   for (const Case& c : cases) {
     uint32_t mode = 0;
@@ -357,13 +358,13 @@ TEST_F(RegistryStore, SecuritySetsThePermissionBitsOfTheKeyAndWhatComesBelow) {
     EXPECT_EQ(::stat(path.c_str(), &info), 0) << path;
     return info.st_mode & 07777;
   };
-  EXPECT_EQ(modeOf(dir), 0777u);
-  EXPECT_EQ(modeOf(dir / "@before"), 0666u);
+  EXPECT_EQ(modeOf(dir), 02770u);
+  EXPECT_EQ(modeOf(dir / "@before"), 0660u);
   ASSERT_EQ(key.WriteDword(u"After", 1), RegStatus::Ok);
-  EXPECT_EQ(modeOf(dir / "@after"), 0666u);
+  EXPECT_EQ(modeOf(dir / "@after"), 0660u);
   RegKey sub = Create(u"Perm\\Sub");
-  EXPECT_EQ(modeOf(dir / "sub"), 0777u);
-  EXPECT_EQ(modeOf(dir / "sub" / ".name"), 0666u);
+  EXPECT_EQ(modeOf(dir / "sub"), 02770u);
+  EXPECT_EQ(modeOf(dir / "sub" / ".name"), 0660u);
 
   ASSERT_EQ(key.SetSecurity(u"D:(A;;GA;;;SY)").status, RegStatus::Ok);
   EXPECT_EQ(modeOf(dir), 0700u);

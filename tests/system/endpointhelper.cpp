@@ -4,7 +4,14 @@
 //   endpointhelper <root> default <guid>           sets it as the default
 //   endpointhelper <root> sysfx <guid> <0|1>       SetSysFxDisabled
 //   endpointhelper <root> property <guid> <name>   writes a text property
+//   endpointhelper <root> setting <guid> <x>       writes to its settings key
+//   endpointhelper <root> peek <guid> <x>          opens Software\VEL\APO
+// Any of them may follow "as <uid> <gid>" after <root> to run as that user
+// in that one group (the process must start as root).
 // Exit code 0 on success, 2 for bad arguments, 3 when the change failed.
+#include <grp.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -16,6 +23,15 @@
 #include "system/zorapoendpointtools.h"
 
 int main(int argc, char** argv) {
+  if (argc > 5 && std::string(argv[2]) == "as") {
+    const gid_t group = static_cast<gid_t>(std::atoi(argv[4]));
+    if (::setgroups(1, &group) != 0 || ::setgid(group) != 0 || ::setuid(static_cast<uid_t>(std::atoi(argv[3]))) != 0) {
+      return 3;
+    }
+    argv[4] = argv[1];
+    argv += 3;
+    argc -= 3;
+  }
   if (argc != 5 && !(argc == 4 && std::string(argv[2]) == "default")) {
     std::fprintf(stderr, "usage: endpointhelper <root> state|default|sysfx|property <guid> [arg]\n");
     return 2;
@@ -25,6 +41,18 @@ int main(int argc, char** argv) {
   const std::u16string guid = zor::os::Utf8ToUtf16(argv[3]);
   const std::u16string key = std::u16string(ZORAPOEndpointInfo::kMMDevicesAudioPath) + u"Render\\" + guid;
   const std::u16string id = u"{0.0.0.00000000}." + guid;
+  zor::os::RegKey opened;
+  const std::u16string settings = std::u16string(ZORAPOEndpointInfo::kDefaultSettingsRoot) + u"\\" + guid;
+  if (command == "setting") {
+    return zor::os::RegKey::Open(settings, zor::os::kKeySetValue, opened) == zor::os::RegStatus::Ok &&
+                   opened.WriteDword(u"VelApoPanel", 1) == zor::os::RegStatus::Ok
+               ? 0
+               : 3;
+  }
+  if (command == "peek") {
+    const std::u16string root(ZORAPOEndpointInfo::kDefaultSettingsRoot);
+    return zor::os::RegKey::Open(root, zor::os::kKeyQueryValue, opened) == zor::os::RegStatus::Ok ? 0 : 3;
+  }
   ZORComPtr<IMMDeviceEnumerator> enumerator;
   ZORComPtr<IMMDevice> device;
   if (FAILED(CoCreateInstance(CLSID_MMDeviceEnumerator, nullptr, CLSCTX_ALL, IID_IMMDeviceEnumerator,
@@ -33,7 +61,6 @@ int main(int argc, char** argv) {
     return 3;
   }
   ZORAPOEndpointInfo info(device.Get(), true);
-  zor::os::RegKey opened;
   if (command == "state") {
     return zor::os::RegKey::Open(key, zor::os::kKeySetValue, opened) == zor::os::RegStatus::Ok &&
                    opened.WriteDword(u"DeviceState", static_cast<uint32_t>(std::atoi(argv[4]))) ==

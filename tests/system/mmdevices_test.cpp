@@ -1,6 +1,8 @@
 // The Linux device enumerator: endpoints written into the settings store,
 // and their changes made by another process.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "childprocess.h"
 #include "endpointfixture.h"
@@ -23,12 +25,13 @@ class StoreEndpoints : public EndpointStore {
     WriteDword(key + u"\\FxProperties", zor::com::PropertyKeyText(PKEY_AudioEndpoint_Disable_SysFx), 0);
     return guid;
   }
-  void Helper(std::vector<std::string> arguments) {
+  int Run(std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), m_area.Root());
     velapo::test::ChildProcess child;
-    ASSERT_TRUE(child.Start(velapo::test::HelperBesideTest(VELAPO_ENDPOINT_HELPER), arguments));
-    ASSERT_EQ(child.Wait(20000), 0);
+    if (!child.Start(velapo::test::HelperBesideTest(VELAPO_ENDPOINT_HELPER), arguments)) return -1;
+    return child.Wait(20000);
   }
+  void Helper(std::vector<std::string> arguments) { ASSERT_EQ(Run(std::move(arguments)), 0); }
   static std::string Narrow(const std::u16string& text) { return std::string(text.begin(), text.end()); }
 };
 
@@ -115,6 +118,21 @@ TEST_F(StoreEndpoints, ChangesByAnotherProcessReachTheObserversAsCodes) {
   Helper({"state", guid, "8"});
   EXPECT_EQ(late.WaitFor(1), std::vector<int32_t>{1});
   EXPECT_EQ(recorder.WaitFor(0, true).size(), 4u);
+}
+
+// The engine's account makes and secures the settings key; a control panel
+// under another login in the store's group writes it; a user outside the
+// group may look at the store's open parts but not at the key.
+TEST_F(StoreEndpoints, TheSettingsKeyIsSharedByTheStoresGroupAndClosedToOthers) {
+  if (::geteuid() != 0) GTEST_SKIP() << "acting as other users needs root";
+  const std::string group = "54321";
+  ASSERT_EQ(::chown(m_area.Root().c_str(), 0, 54321), 0);
+  ASSERT_EQ(::chmod(m_area.Root().c_str(), 02775), 0);
+  const std::string guid = Narrow(Add(DEVICE_STATE_ACTIVE));
+  EXPECT_EQ(Run({"as", "54001", group, "state", guid, "1"}), 0);  // the engine's account refreshes
+  EXPECT_EQ(Run({"as", "54002", group, "setting", guid, "-"}), 0);
+  EXPECT_EQ(Run({"as", "54003", "54999", "peek", guid, "-"}), 0);
+  EXPECT_EQ(Run({"as", "54003", "54999", "setting", guid, "-"}), 3);
 }
 
 }  // namespace

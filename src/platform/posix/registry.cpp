@@ -305,7 +305,8 @@ RegStatus MakeSubKey(const std::string& dir, std::u16string_view name, std::stri
   if (existing != RegStatus::NotFound) return existing;
   struct stat parent {};
   if (::stat(dir.c_str(), &parent) != 0) return MissingIn(dir, errno);
-  const mode_t mode = parent.st_mode & 0777;
+  // The set-group-ID bit too, which carries the key's group downwards.
+  const mode_t mode = parent.st_mode & 02777;
   const std::string finalPath = dir + "/" + store::EscapeName(store::FoldName(name));
   const std::vector<uint8_t> nameRecord =
       store::EncodeRecord(static_cast<uint32_t>(RegType::None), UpToNul(name), {});

@@ -218,12 +218,18 @@ namespace {
 
 // The SIDs that stand for every local user: Everyone, Authenticated Users,
 // Users, Interactive, as aliases or in numeric form.
-bool IsEveryUser(std::u16string_view sid) {
-  for (const std::u16string_view known :
-       {u"WD", u"AU", u"BU", u"IU", u"S-1-1-0", u"S-1-5-11", u"S-1-5-32-545", u"S-1-5-4"}) {
-    if (sid == known) return true;
+// The accounts that have a counterpart in file permissions: everyone is
+// the key's group and all others; the users who log on (authenticated,
+// interactive, the Users group) are the key's group, the store's users.
+enum class Account { Everyone, Users, None };
+Account AccountOf(std::u16string_view sid) {
+  for (const std::u16string_view known : {u"WD", u"S-1-1-0"}) {
+    if (sid == known) return Account::Everyone;
   }
-  return false;
+  for (const std::u16string_view known : {u"AU", u"BU", u"IU", u"S-1-5-11", u"S-1-5-32-545", u"S-1-5-4"}) {
+    if (sid == known) return Account::Users;
+  }
+  return Account::None;
 }
 
 struct Rights {
@@ -304,7 +310,8 @@ bool DescriptorToMode(std::u16string_view descriptor, uint32_t& mode) {
     mode = 0777;
     return true;
   }
-  Rights allowed;
+  Rights allowedEveryone;
+  Rights allowedUsers;
   Rights denied;
   dacl.remove_prefix(firstAce == std::u16string_view::npos ? dacl.size() : firstAce);
   while (!dacl.empty()) {
@@ -326,15 +333,21 @@ bool DescriptorToMode(std::u16string_view descriptor, uint32_t& mode) {
     if (!ParseRights(fields[2], rights)) return false;
     const bool allow = fields[0] == u"A";
     if (!allow && fields[0] != u"D") return false;
-    if (!IsEveryUser(fields[5])) continue;
-    Rights& target = allow ? allowed : denied;
+    const Account account = AccountOf(fields[5]);
+    if (account == Account::None) continue;
+    // A deny for either class holds for both: everyone includes the users.
+    Rights& target = !allow ? denied : account == Account::Everyone ? allowedEveryone : allowedUsers;
     target.read = target.read || rights.read;
     target.write = target.write || rights.write;
   }
-  const bool read = allowed.read && !denied.read;
-  const bool write = allowed.write && !denied.write;
-  const uint32_t others = (read ? 05u : 0u) | (write ? 03u : 0u);
-  mode = 0700u | (others << 3) | others;
+  const auto bits = [&denied](bool read, bool write) {
+    return ((read && !denied.read) ? 05u : 0u) | ((write && !denied.write) ? 03u : 0u);
+  };
+  const uint32_t group = bits(allowedEveryone.read || allowedUsers.read, allowedEveryone.write || allowedUsers.write);
+  const uint32_t others = bits(allowedEveryone.read, allowedEveryone.write);
+  // Set-group-ID on a key the group may use, so that every key and value
+  // made below it, by whichever member, belongs to the same group.
+  mode = 0700u | (group << 3) | others | (group != 0 ? 02000u : 0u);
   return true;
 }
 

@@ -77,9 +77,10 @@ std::string EscapeName(std::u16string_view folded);
 // file name, and for any form EscapeName would not produce.
 bool UnescapeName(std::string_view escaped, std::u16string& folded);
 
-// Permission bits (0700 plus group and other bits) that a security descriptor
-// text stands for, as RegKey::SetSecurity describes; false when the text is
-// not a descriptor with a DACL.
+// Permission bits (0700 plus group and other bits, and set-group-ID when the
+// group has any) that a security descriptor text stands for, as
+// RegKey::SetSecurity describes; false when the text is not a descriptor
+// with a DACL.
 bool DescriptorToMode(std::u16string_view descriptor, uint32_t& mode);
 
 }  // namespace zor::os::regstore
