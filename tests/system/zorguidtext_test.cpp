@@ -34,13 +34,11 @@ TEST(ZORGuidText, ParsesOnlyTheBracedFormAndKeepsItsTextInUpperCase) {
   EXPECT_EQ(ZORGuidText(IID_IMMDeviceEnumerator).Text(), u"{A95664D2-9614-4F35-A746-DE8DB63617E6}");
 }
 
-TEST(ZORGuidText, PropertyKeyTextRoundTripsAndRefusesAnythingElse) {
-  const std::u16string text = zor::com::PropertyKeyText(PKEY_AudioEndpoint_Disable_SysFx);
-  EXPECT_EQ(text, u"{1da5d803-d492-4edd-8c23-e0c0ffee7f0e},5");
+// The fuzz target checks that every key name that parses prints back.
+TEST(ZORGuidText, PropertyKeyTextIsTheRegistrysNameAndNothingElseParses) {
+  EXPECT_EQ(zor::com::PropertyKeyText(PKEY_AudioEndpoint_Disable_SysFx), u"{1da5d803-d492-4edd-8c23-e0c0ffee7f0e},5");
   PROPERTYKEY key{};
-  ASSERT_TRUE(zor::com::ParsePropertyKeyText(u"{1DA5D803-D492-4EDD-8C23-E0C0FFEE7F0E},5", key));
-  EXPECT_TRUE(zor::com::PropertyKeysEqual(key, PKEY_AudioEndpoint_Disable_SysFx));
-  ASSERT_TRUE(zor::com::ParsePropertyKeyText(u"{1da5d803-d492-4edd-8c23-e0c0ffee7f0e},4294967295", key));
+  ASSERT_TRUE(zor::com::ParsePropertyKeyText(u"{1DA5D803-D492-4EDD-8C23-E0C0FFEE7F0E},4294967295", key));
   EXPECT_EQ(key.pid, 4294967295u);
   for (const std::u16string_view bad :
        {u"{1da5d803-d492-4edd-8c23-e0c0ffee7f0e}", u"{1da5d803-d492-4edd-8c23-e0c0ffee7f0e},",
