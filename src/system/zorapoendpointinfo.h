@@ -59,8 +59,10 @@ class ZORAPOEndpointInfo {
   virtual bool SetDevice(IMMDevice* device, bool isRender);
 
   // Gathers everything from the device's id, its keys and the defaults.
-  // False without a device, when no key could be read, or when a key holds
-  // a value of a type that cannot be read (then at once, defaults unset).
+  // False without a device or when no key could be read. A value of a type
+  // that cannot be read ends it: in Properties at once with false, before
+  // any default is filled; in FxProperties or the fallback key with what
+  // was gathered so far. Applies the key security to the settings key.
   bool Refresh();
 
   // The presets file for this endpoint: beside the host module,
