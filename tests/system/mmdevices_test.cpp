@@ -7,7 +7,6 @@
 #include "childprocess.h"
 #include "endpointfixture.h"
 #include "endpointrecorder.h"
-#include "platform/posix/mmdevices.h"
 #include "system/zorapoendpointtools.h"
 
 namespace {
@@ -41,6 +40,9 @@ TEST_F(StoreEndpoints, OnlyActiveRenderEndpointsAreListedAndTheDefaultIsSetThrou
   EXPECT_FALSE(tools.GetEndpoints(endpoints));
   const std::u16string first = Add(DEVICE_STATE_ACTIVE);
   const std::u16string second = Add(DEVICE_STATE_ACTIVE);
+  // The device's property store reads Properties: text as VT_LPWSTR, numbers passed over.
+  WriteDword(Endpoint(second) + u"\\Properties", u"{a45c254e-df1c-4efd-8020-67d146a850e0},4", 5);
+  WriteText(Endpoint(second) + u"\\Properties", u"{a45c254e-df1c-4efd-8020-67d146a850e0},3", u"PCI\\subsys_0badf00d");
   for (const uint32_t state : {DEVICE_STATE_DISABLED, DEVICE_STATE_NOTPRESENT, DEVICE_STATE_UNPLUGGED}) Add(state);
   Add(DEVICE_STATE_ACTIVE, false);
   Write(Endpoint(velapo::test::FreshEndpointGuid()), u"DeviceState", RegType::Sz, velapo::test::TextBytes(u"1"));
@@ -52,6 +54,7 @@ TEST_F(StoreEndpoints, OnlyActiveRenderEndpointsAreListedAndTheDefaultIsSetThrou
   EXPECT_EQ(endpoints[0].GetEndpointGuid().Text(), first);
   EXPECT_EQ(endpoints[1].GetEndpointGuid().Text(), second);
   EXPECT_EQ(endpoints[1].GetDeviceId(), u"{0.0.0.00000000}." + second);
+  EXPECT_EQ(endpoints[1].GetSubsystemId(), u"0BADF00D");
 
   ZORAPOEndpointInfo chosen;
   ASSERT_TRUE(tools.GetDefaultEndpoint(chosen));
@@ -59,34 +62,6 @@ TEST_F(StoreEndpoints, OnlyActiveRenderEndpointsAreListedAndTheDefaultIsSetThrou
   ASSERT_TRUE(tools.SetDefaultEndpoint(endpoints[1]));
   ASSERT_TRUE(tools.GetDefaultEndpoint(chosen));
   EXPECT_EQ(chosen.GetEndpointGuid().Text(), second);
-}
-
-TEST_F(StoreEndpoints, PropertiesReadAsTheirVariantsAndBadDataIsRefused) {
-  struct Case {
-    RegType type;
-    std::vector<uint8_t> data;
-    VARTYPE vt;  // VT_EMPTY: refused
-  };
-  const Case cases[] = {
-      {RegType::Sz, velapo::test::TextBytes(u"SUBSYS_1"), VT_LPWSTR},
-      {RegType::Sz, {0x41, 0x00, 0x42}, VT_EMPTY},
-      {RegType::Dword, {1, 0, 0, 0}, VT_UI4},
-      {RegType::Dword, {1, 0, 0}, VT_EMPTY},
-      {RegType::Qword, std::vector<uint8_t>(8, 0xFF), VT_UI8},
-      {RegType::Binary, {}, VT_BLOB},
-      {RegType::MultiSz, velapo::test::TextBytes(std::u16string(u"a\0bc\0", 5)), VT_VECTOR | VT_LPWSTR},
-      {RegType::MultiSz, {0x41}, VT_EMPTY},
-      {RegType::None, {1}, VT_EMPTY},
-  };
-  for (const Case& c : cases) {
-    PROPVARIANT value;
-    EXPECT_EQ(zor::os::PropVariantFromRegistry(c.type, c.data, value), c.vt != VT_EMPTY);
-    EXPECT_EQ(value.vt, c.vt);
-    if (value.vt == (VT_VECTOR | VT_LPWSTR)) {
-      EXPECT_EQ(value.calpwstr.cElems, 2u);
-    }
-    PropVariantClear(&value);
-  }
 }
 
 TEST_F(StoreEndpoints, ChangesByAnotherProcessReachTheObserversAsCodes) {
