@@ -4,6 +4,7 @@
 //   writehold <block> <name> <text>  store it and stay until killed
 //   holdmutex <block>                own the block's mutex until killed
 //   hammer <block> <writer> <rounds> write own blobs and check every read
+//   meter <block> <level>...         write levels to a meter block and end
 // Exit code: 0 success, 1 unexpected content, 2 bad arguments, 3 failure.
 #include <chrono>
 #include <cstdio>
@@ -13,6 +14,7 @@
 
 #include "platform/namedmutex.h"
 #include "platform/text.h"
+#include "system/zoraposharedmeter.h"
 #include "values/zorpropertysetsharedmem.h"
 
 namespace {
@@ -70,6 +72,12 @@ int main(int argc, char** argv) {
   const std::vector<std::string> args(argv + 1, argv + argc);
   if (args.size() < 2) return 2;
   const std::u16string name = zor::os::Utf8ToUtf16(args[1]);
+  if (args[0] == "meter") {
+    ZORAPOSharedMeter meter;
+    std::vector<float> levels;
+    for (size_t i = 2; i < args.size(); ++i) levels.push_back(std::stof(args[i]));
+    return meter.OpenCreateNamed(name) && meter.ReadWrite(levels, false) ? 0 : 3;
+  }
   ZORPropertySet set;
   ZORPropertySetSharedMem block;
   block.SetPropertySet(&set);
