@@ -9,6 +9,10 @@
 
 #include "platform/posix/sharedobject.h"
 
+#if defined(__SANITIZE_THREAD__)
+#include <sanitizer/tsan_interface.h>
+#endif
+
 namespace zor::os {
 namespace {
 
@@ -94,8 +98,15 @@ NamedMutex::WaitResult NamedMutex::Wait(uint32_t timeoutMs) {
     // Uncontended, a robust try-lock is a compare-and-swap in user space.
     result = ::pthread_mutex_trylock(mutex);
   } else {
+#if defined(__SANITIZE_THREAD__)
+    // ThreadSanitizer follows pthread_mutex_timedlock but not clocklock;
+    // only its builds pay for a deadline on the wall clock.
+    constexpr clockid_t kClock = CLOCK_REALTIME;
+#else
+    constexpr clockid_t kClock = CLOCK_MONOTONIC;  // immune to clock changes
+#endif
     timespec deadline{};
-    ::clock_gettime(CLOCK_MONOTONIC, &deadline);
+    ::clock_gettime(kClock, &deadline);
     deadline.tv_sec += static_cast<time_t>(timeoutMs / 1000);
     deadline.tv_nsec += static_cast<long>(timeoutMs % 1000) * 1000000L;
     if (deadline.tv_nsec >= 1000000000L) {
@@ -103,7 +114,11 @@ NamedMutex::WaitResult NamedMutex::Wait(uint32_t timeoutMs) {
       ++deadline.tv_sec;
     }
     do {
-      result = ::pthread_mutex_clocklock(mutex, CLOCK_MONOTONIC, &deadline);
+#if defined(__SANITIZE_THREAD__)
+      result = ::pthread_mutex_timedlock(mutex, &deadline);
+#else
+      result = ::pthread_mutex_clocklock(mutex, kClock, &deadline);
+#endif
     } while (result == EINTR);
   }
   switch (result) {
@@ -113,6 +128,11 @@ NamedMutex::WaitResult NamedMutex::Wait(uint32_t timeoutMs) {
     case EOWNERDEAD:
       // As Windows hands over an abandoned mutex: owned, and usable again.
       ::pthread_mutex_consistent(mutex);
+#if defined(__SANITIZE_THREAD__)
+      // Its interceptors count only a plain success as taking the lock.
+      __tsan_mutex_pre_lock(mutex, 0);
+      __tsan_mutex_post_lock(mutex, 0, 0);
+#endif
       m_state->Owned();
       return WaitResult::Abandoned;
     case EBUSY:
