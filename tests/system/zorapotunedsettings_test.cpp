@@ -1,0 +1,115 @@
+#include "system/zorapotunedsettings.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <random>
+#include <string>
+
+#include "system/zorapoendpointinfo.h"
+
+namespace {
+
+const ZORAPOEndpointInfo kEndpoint;
+
+// A mode whose operating mode text no other test run uses, so its block is
+// private to the test: public Volume 5, tuned Volume 7 and Bass 3.
+ZORAPOOperatingMode UniqueMode() {
+  static const uint64_t run = (uint64_t{std::random_device{}()} << 32) ^ std::random_device{}();
+  static std::atomic<int> counter{0};
+  ZORAPOOperatingMode mode;
+  mode.id = ZORAPOModeId("APO4-Test " + std::to_string(run) + "-" + std::to_string(counter++),
+                         "APO4-Internal Stereo");
+  mode.publicControls.Insert(ZORUTSValue("Volume", "5"));
+  mode.tunedControls.Insert(ZORUTSValue("Volume", "7"));
+  mode.tunedControls.Insert(ZORUTSValue("Bass", "3"));
+  return mode;
+}
+
+ZORUTSValueList List(std::initializer_list<std::pair<const char*, const char*>> values) {
+  ZORUTSValueList list;
+  for (const auto& [name, text] : values) list.Insert(ZORUTSValue(name, text));
+  return list;
+}
+
+std::string TextIn(const ZORUTSValueList& list, const char* name) {
+  const ZORUTSValue* value = list.Find(name);
+  return value != nullptr ? value->GetText() : "-";
+}
+
+TEST(ZORAPOTunedSettings, WithoutABlockAnExistingOnlyOpenFailsAndLeavesNothing) {
+  const ZORAPOOperatingMode mode = UniqueMode();
+  ZORAPOTunedSettings chain;
+  EXPECT_FALSE(chain.Open(kEndpoint, mode, true));
+  EXPECT_FALSE(chain.IsOpen());
+  EXPECT_FALSE(ZORSharedMemory::Exists(u"Global\\" + mode.id.ToRegistryName()));
+}
+
+TEST(ZORAPOTunedSettings, AToolsBlockReachesAChainThatFollowsIt) {
+  const ZORAPOOperatingMode mode = UniqueMode();
+  ZORAPOTunedSettings tool;
+  ZORAPOTunedSettings chain;
+  ASSERT_TRUE(tool.Open(kEndpoint, mode, false));
+  ASSERT_TRUE(chain.Open(kEndpoint, mode, true));
+  ZORUTSValueList image;
+  EXPECT_TRUE(tool.ReadAll(image, true));  // nothing written yet: the image
+  EXPECT_EQ(image.Size(), 3u);
+  EXPECT_EQ(TextIn(image, "Volume"), "7");
+  EXPECT_EQ(TextIn(image, "APO4-Tuning Mode"), "0");
+
+  EXPECT_FALSE(tool.WriteControl(ZORUTSValue("Treble", "1")));  // not the mode's
+  EXPECT_TRUE(tool.WriteControl(ZORUTSValue("Volume", "9")));
+  EXPECT_TRUE(tool.WriteControl(ZORUTSValue("APO4-Tuning Mode", 2)));
+  EXPECT_EQ(chain.GetTuningMode(false), 0);
+  EXPECT_EQ(chain.GetTuningMode(true), 2);
+  ZORUTSValueList seen = List({{"Volume", "0"}});
+  ASSERT_TRUE(chain.ReadAll(seen, false));
+  EXPECT_EQ(seen.Size(), 1u);  // a list with entries is only refreshed
+  EXPECT_EQ(TextIn(seen, "Volume"), "9");
+
+  EXPECT_EQ(tool.ClearAll(), 0u);  // length 0 reads as no change
+  EXPECT_TRUE(chain.ReadAll(seen, true));
+  EXPECT_EQ(TextIn(seen, "Volume"), "9");
+}
+
+TEST(ZORAPOTunedSettings, TwoModesOfOneEndpointHaveTwoBlocks) {
+  const ZORAPOOperatingMode playing = UniqueMode();
+  ZORAPOOperatingMode idle = playing;
+  idle.id = ZORAPOModeId(playing.id.operatingMode.GetText(), "APO4-Headphones");
+  ZORAPOTunedSettings tool;
+  ZORAPOTunedSettings chain;
+  ASSERT_TRUE(tool.Open(kEndpoint, idle, false) && chain.Open(kEndpoint, playing, false));
+  ASSERT_TRUE(tool.WriteAll(List({{"Volume", "1"}})));
+  ZORUTSValueList seen;
+  EXPECT_TRUE(chain.ReadAll(seen, true));
+  EXPECT_EQ(TextIn(seen, "Volume"), "7");
+}
+
+// The chain knows Volume and Bass; block and public settings disagree on
+// Volume, and each brings a name the mode does not know.
+struct StackCase {
+  int32_t tuningMode;
+  const char* volume;
+  const char* bass;
+};
+
+class ZORAPOTunedSettingsStacking : public testing::TestWithParam<StackCase> {};
+
+TEST_P(ZORAPOTunedSettingsStacking, FollowsTheTuningMode) {
+  ZORUTSValueList controls = List({{"Volume", "5"}, {"Bass", "0"}});
+  ZORAPOTunedSettings::StackOnto(GetParam().tuningMode,
+                                 List({{"Volume", "7"}, {"Bass", "3"}, {"Unknown", "1"}}),
+                                 List({{"Volume", "2"}, {"Other", "1"}}), controls);
+  EXPECT_EQ(controls.Size(), 2u);
+  EXPECT_EQ(TextIn(controls, "Volume"), GetParam().volume);
+  EXPECT_EQ(TextIn(controls, "Bass"), GetParam().bass);
+}
+
+INSTANTIATE_TEST_SUITE_P(Modes, ZORAPOTunedSettingsStacking,
+                         testing::Values(StackCase{0, "2", "0"},    // public only
+                                         StackCase{1, "2", "3"},    // the user wins
+                                         StackCase{2, "7", "3"},    // tuning wins
+                                         StackCase{3, "5", "0"},    // neither
+                                         StackCase{-1, "5", "0"}));
+
+}  // namespace
