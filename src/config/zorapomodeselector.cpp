@@ -53,9 +53,11 @@ bool ZORAPOModeSelector::Init(std::u16string_view settingsKeyPath, const ZORAPOM
 bool ZORAPOModeSelector::SetMode(const ZORAPOModeId& id) {
   ZORUTSValueList list;
   id.ToValueList(list);
+  ZORPropertySet snapshot;
+  snapshot.CopyProperties(m_values);
+  list.WriteToSet(snapshot);
   list.WriteToSet(m_values);
-  if (!m_key.IsOpen()) return false;
-  return m_store.SaveBinary(m_valueName.c_str());
+  return m_key.IsOpen() && ZORAPOStoredSettings::Save(m_key, m_valueName, snapshot);
 }
 
 bool ZORAPOModeSelector::GetMode(ZORAPOModeId& id) { return ReadMode(id, nullptr); }

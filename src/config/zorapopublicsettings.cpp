@@ -64,25 +64,45 @@ bool ZORAPOPublicSettings::WriteControl(const ZORUTSValue& value) {
     ZOR_LOG("WriteControl: Unable to get property %s\n", value.name.c_str());
     return false;
   }
-  m_settings.SetPropertyAString(name, value.GetText());
+  ZORUTSValueList change;
+  change.Insert(ZORUTSValue(value.name, value.GetText()));
   if (!m_key.IsOpen()) {
+    change.WriteToSet(m_settings);
     ZOR_LOG("WriteControl: Registry key is not opened.\n");
     return false;
   }
-  return m_store.SaveBinary(m_valueName.c_str());
+  return Save(change);
 }
 
 bool ZORAPOPublicSettings::WriteAll(const ZORUTSValueList& list) {
   ZORScopedLock lock(m_dataLock);
-  list.WriteToSet(m_settings);
-  return m_key.IsOpen() && m_store.SaveBinary(m_valueName.c_str());
+  if (!m_key.IsOpen()) {
+    list.WriteToSet(m_settings);
+    return false;
+  }
+  return Save(list);
 }
 
 bool ZORAPOPublicSettings::WriteAllControls() {
   ZORScopedLock lock(m_dataLock);
   m_allControls.WriteToSet(m_defaults);
-  // The store is bound to the settings: they are what is saved.
-  return m_key.IsOpen() && m_store.SaveBinary(m_valueName.c_str());
+  // What is saved is the settings as they stand.
+  return m_key.IsOpen() && Save(ZORUTSValueList());
+}
+
+bool ZORAPOPublicSettings::Save(const ZORUTSValueList& changes) {
+  // The stored value is the newest of what this object saved (every save
+  // happens here, under the data lock) and carries other writers' changes;
+  // the settings may hold a copy the watcher read earlier.
+  ZORPropertySet snapshot;
+  snapshot.CopyProperties(m_settings);
+  ZORPropertyList stored;
+  if (ZORAPOStoredSettings::Read(m_key, m_valueName, stored)) {
+    snapshot.MergeProperties(stored, true, false);
+  }
+  changes.WriteToSet(snapshot);
+  changes.WriteToSet(m_settings);
+  return ZORAPOStoredSettings::Save(m_key, m_valueName, snapshot);
 }
 
 bool ZORAPOPublicSettings::ReadAll(ZORUTSValueList& list, bool clearFirst) {

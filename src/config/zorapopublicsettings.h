@@ -74,6 +74,8 @@ class ZORAPOPublicSettings : public IZORPropertySetNotify {
  protected:
   // Opens the key and binds the store; logs the outcome.
   bool OpenKey(std::u16string_view settingsKeyPath);
+  // Applies `changes` to the settings and stores them, under m_dataLock.
+  bool Save(const ZORUTSValueList& changes);
 
   zor::os::CriticalSection m_notifyLock;
   IZORAPOPublicSettingsNotify* m_pClient = nullptr;  // guarded by m_notifyLock

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "core/zorlog.h"
 #include "values/zorpropertyblob.h"
 #include "values/zorpropertyset.h"
 
@@ -31,4 +32,15 @@ bool ZORAPOStoredSettings::Load(const zor::os::RegKey& key, std::u16string_view 
     set.SetAllProperties(incoming, false);
   }
   return true;
+}
+
+bool ZORAPOStoredSettings::Save(const zor::os::RegKey& key, std::u16string_view valueName,
+                                const ZORPropertySet& set) {
+  std::vector<uint8_t> blob;
+  if (!set.GetAllPropertiesBinary(blob)) return false;
+  if (blob.empty()) {
+    ZOR_LOG("GetAllPropertiesBinary returned 0 length.\n");
+    return false;
+  }
+  return key.WriteValue(valueName, zor::os::RegType::Binary, blob) == zor::os::RegStatus::Ok;
 }

@@ -6,7 +6,13 @@
 // taken only when it parses to its end: a damaged or hostile value is a
 // failed load and leaves the set as it was, where a plain merge would take
 // the records before the damage and call it success. The blob is read and
-// checked before the set is touched. Owner's thread; not the audio thread.
+// checked before the set is touched.
+//
+// The objects that save these values also watch them, and their watcher
+// merges on its own thread what it read, maybe before a local save. So a
+// save is built from a snapshot of the set, never from the watched set
+// itself, which such a stale merge may have set back a moment before.
+// Owner's thread; not the audio thread.
 
 #include <string_view>
 
@@ -26,4 +32,8 @@ class ZORAPOStoredSettings {
   // untouched, for a missing, empty, foreign or damaged value.
   static bool Load(const zor::os::RegKey& key, std::u16string_view valueName, ZORPropertySet& set,
                    bool merge, bool overwriteExisting, bool addNew);
+  // Writes `set` as the REG_BINARY value `valueName`. A set with an empty
+  // value in it, or an empty set (logged), stores nothing and gives false.
+  static bool Save(const zor::os::RegKey& key, std::u16string_view valueName,
+                   const ZORPropertySet& set);
 };
