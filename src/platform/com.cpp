@@ -60,7 +60,8 @@ bool ParseGuidText(std::u16string_view text, GUID& guid) {
   }
   GUID parsed{};
   uint32_t part = 0;
-  if (!ReadHex(text, 1, 8, parsed.Data1)) return false;
+  if (!ReadHex(text, 1, 8, part)) return false;
+  parsed.Data1 = part;
   if (!ReadHex(text, 10, 4, part)) return false;
   parsed.Data2 = static_cast<uint16_t>(part);
   if (!ReadHex(text, 15, 4, part)) return false;
