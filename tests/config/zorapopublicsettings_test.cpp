@@ -81,18 +81,6 @@ TEST_F(PublicSettings, StoredValuesBeatDefaultsAndOnlyPublicNamesSurvive) {
   EXPECT_EQ(TextOf(list, "New:Name") + TextOf(seen, "New:Name"), "<none><none>");
 }
 
-TEST_F(PublicSettings, NothingStoredOrNoKeyLeavesTheDefaults) {
-  ZORAPOPublicSettingsReader reader;
-  list.Insert(ZORUTSValue("stale", "1"));
-  ASSERT_TRUE(reader.Open(kEndpoint, keyPath, kMode, nullptr));
-  EXPECT_FALSE(reader.ReadAll(list));
-  EXPECT_TRUE(list.IsEmpty());
-  ZORAPOPublicSettings settings;
-  EXPECT_FALSE(settings.Init(area.Path(u"Missing"), kMode));
-  EXPECT_FALSE(settings.ReadAllControls(list, true));
-  EXPECT_EQ(list.Size(), 3u);  // the mode's controls stand
-}
-
 TEST_F(PublicSettings, ReaderOpenedTwiceKeepsItsBindingAndTakesTheNewEvent) {
   ZORAPOOperatingMode sameId = kMode;
   sameId.publicControls.Insert(ZORUTSValue("SFX:Later", "1"));
@@ -147,16 +135,17 @@ INSTANTIATE_TEST_SUITE_P(Cases, GlobalSettings,
                                            GlobalCase{"Enabled", false, "1,1,<none>"},
                                            GlobalCase{nullptr, true, "0,0,5"}));
 
-// A hostile process may store anything under these names: every class reads
-// it as a failed load and keeps what it had.
-TEST_F(PublicSettings, DamagedStoredValuesAreFailedLoads) {
+// Nothing stored, or what a hostile process may store under these names:
+// every class reads it as a failed load and keeps its defaults.
+TEST_F(PublicSettings, MissingOrDamagedStoredValuesAreFailedLoads) {
   std::vector<uint8_t> truncated = Blob({{u"SFX:Width", "2"}, {u"APO4-Process Enable", "0"}});
   truncated.resize(truncated.size() - 3);
-  for (const auto& damaged : {std::vector<uint8_t>{0x07}, truncated}) {
+  for (const auto& damaged : {std::vector<uint8_t>{}, std::vector<uint8_t>{0x07}, truncated}) {
     for (std::u16string_view name : {ZORAPOModeSelector::kValueName, ZORAPOGlobalSettings::kValueName,
                                      std::u16string_view(kModeValue)}) {
-      ASSERT_TRUE(Store(key, name, damaged));
+      ASSERT_TRUE(damaged.empty() || Store(key, name, damaged));
     }
+    list.Insert(ZORUTSValue("stale", "1"));
     ZORAPOModeSelector selector;
     ZORAPOModeId id;
     ZORAPOGlobalSettings global;
@@ -169,9 +158,12 @@ TEST_F(PublicSettings, DamagedStoredValuesAreFailedLoads) {
     EXPECT_EQ(TextOf(list, ZORAPOGlobalSettings::kProcessEnableName), "1");
     EXPECT_FALSE(settings.ReadAll(list, true));
     EXPECT_EQ(TextOf(list, "SFX:Width"), "1.0");
+    EXPECT_FALSE(settings.ReadAllControls(list, true));
+    EXPECT_EQ(list.Size(), 3u);  // the mode's controls stand
     EXPECT_FALSE(reader.ReadAll(list));
     EXPECT_TRUE(list.IsEmpty());
   }
+  EXPECT_FALSE(ZORAPOPublicSettings().Init(area.Path(u"Missing"), kMode));
 }
 
 // The object that saves also watches, and its watcher may merge a copy it
