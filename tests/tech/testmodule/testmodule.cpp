@@ -121,7 +121,10 @@ class TestProcess final {
     // node points at its own channel.
     float factor = 1.0f;
     for (ZORChannelNode* node = out; node != nullptr; node = node->next, factor += 1.0f) {
-      line += " " + std::to_string(node->role);
+      // Appended in two steps: GCC 12 at -O3 reports a false -Wrestrict on
+      // " " + std::to_string(...).
+      line += ' ';
+      line += std::to_string(node->role);
       for (uint32_t i = 0; i < frames; ++i) node->samples[i] *= factor;
     }
     Log(line);
