@@ -98,9 +98,10 @@ class ZORAPOProcessWrapper : public IZORUTSController, public ZORAudioProcessBlo
   uint32_t m_channels = 0;
   uint32_t m_sampleRate = 0;
 
-  // Per-call scratch kept between calls so that the audio thread doesn't
+  // Per-call scratch, sized by Init so that the audio thread doesn't
   // allocate: the channel list, the hook record and the side-channel block.
   std::vector<ZORChannelNode> m_nodes;
   ZORProcessHook m_hookRecord{};
   ZORAudioDataFloat m_sideChannel;
+  uint32_t m_sideChannelFrames = 0;  // the longest part handed to the hooks
 };
