@@ -227,7 +227,7 @@ TEST_F(ConfigurationFileTest, CacheParsesAPathOnceAndNeverRefreshes) {
 TEST_F(ConfigurationFileTest, ConcurrentFirstLoadsOfOnePathAgree) {
   std::string modes;
   for (int i = 0; i < 8; ++i) {
-    modes += Mode("M" + std::to_string(i), "S",
+    modes += Mode(std::string("M").append(std::to_string(i)), "S",  // not "M" + ...: GCC 12 -Wrestrict
                   "<chain_v2 position=\"SFX\"><process tech_id=\"g\"/></chain_v2>");
   }
   const std::u16string path = files.Write(Root(kProperties + modes));
