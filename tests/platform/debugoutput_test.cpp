@@ -96,7 +96,9 @@ TEST(DebugOutput, ReplacedSinkIsNeverEnteredOnceTheExchangeReturns) {
   for (int round = 0; round < 300; ++round) {
     Context& context = contexts.emplace_back();
     zor::os::ExchangeDebugSink(receive, &context);
-    std::this_thread::yield();
+    // On a loaded machine the writers may not run for a while: give each
+    // round a bounded chance to see a line before the sink is taken away.
+    for (int spin = 0; spin < 10000 && context.lines.load() == 0; ++spin) std::this_thread::yield();
     zor::os::ExchangeDebugSink(receive, &idle);
     context.retired = true;
     totalLines += context.lines.load();
