@@ -12,7 +12,6 @@
 
 #include "allocationcounter.h"
 #include "audiotesting.h"
-#include "audio/zoraudioprocessblock.h"
 #include "platform/clock.h"
 #include "support/zorlogcapture.h"
 
@@ -45,26 +44,6 @@ class ManualClock : public IZORPerformanceClock {
   std::atomic<int64_t> m_counter{1000000};
   std::atomic<int64_t> m_stepPerQuery{0};
   int64_t m_frequency;
-};
-
-// Passes audio unchanged in fixed blocks, so only the block adaption delays it.
-class IdentityBlockStage : public ZORAudioProcessBlock {
- public:
-  explicit IdentityBlockStage(uint32_t block) : m_block(block) {}
-  bool Init(uint32_t channels, uint32_t) override {
-    SetBlockSize(0, channels);
-    SetBlockSize(m_block, channels);
-    return true;
-  }
-  void SetBypass(bool) override {}
-  bool GetBypass() const override { return false; }
-  int blocks = 0;
-
- protected:
-  void ProcessBlock(IZORAudioData<float>*) override { ++blocks; }
-
- private:
-  uint32_t m_block;
 };
 
 // Builds the manager's chains with a function of the test's, and counts the
@@ -243,45 +222,6 @@ TEST(ZORAPOProcessManager, BypassMixesBitExactly) {
   }
 }
 
-class ZORAPOProcessManagerBlockAdaption : public ::testing::TestWithParam<uint32_t> {};
-
-TEST_P(ZORAPOProcessManagerBlockAdaption, DelaysAnImpulseByTwoBlocks) {
-  static constexpr uint32_t kBlock = 64;
-  const uint32_t hostFrames = GetParam();
-  TestManager manager;
-  std::map<const ZORAPOProcessChain*, std::unique_ptr<IdentityBlockStage>> stages;
-  manager.builder.build = [&stages](ZORAPOProcessChain* chain) {
-    auto& stage = stages[chain];
-    stage = std::make_unique<IdentityBlockStage>(kBlock);
-    stage->Init(2, kRate);
-    IZORAudioProcess<float>* list[] = {stage.get()};
-    chain->BuildFromStages(2, kRate, true, list);
-  };
-  manager.Initialize(2, 2, kRate, 0, kLocationSfx);
-
-  std::vector<float> heard;
-  const uint32_t total = 24 * kBlock;  // a whole number of every host block
-  for (uint32_t start = 0; start < total; start += hostFrames) {
-    std::vector<float> input(hostFrames * 2, 0.0f);
-    if (start == 0) {
-      input[0] = 1.0f;   // left
-      input[1] = -0.5f;  // right
-    }
-    auto [output, frames] = RunBlock(manager, input, hostFrames, hostFrames, 2);
-    ASSERT_EQ(frames, hostFrames) << "every call returns a full host block";
-    heard.insert(heard.end(), output.begin(), output.end());
-  }
-  for (size_t frame = 0; frame < heard.size() / 2; ++frame) {
-    const bool impulse = frame == 2 * kBlock;
-    ASSERT_EQ(heard[frame * 2], impulse ? 1.0f : 0.0f) << "frame " << frame;
-    ASSERT_EQ(heard[frame * 2 + 1], impulse ? -0.5f : 0.0f) << "frame " << frame;
-  }
-  EXPECT_EQ(stages.at(manager.GetChainPointers().active)->blocks, 24);
-}
-
-INSTANTIATE_TEST_SUITE_P(HostBlocks, ZORAPOProcessManagerBlockAdaption,
-                         ::testing::Values(16u, 64u, 192u));
-
 TEST(ZORAPOProcessManager, SwitchStateFollowsTheStateTable) {
   ZORAPOProcessManager manager;
   manager.Initialize(2, 2, kRate, 0, kLocationSfx);
@@ -399,21 +339,22 @@ TEST(ZORAPOProcessManager, StaleAfterMoreThan300MillisecondsAndFlushesLatencyPlu
 }
 
 TEST(ZORAPOProcessManager, CounterArithmeticWrapsAsTheEngineDoes) {
+  struct Case {
+    int64_t now, then, frequency;
+    uint32_t milliseconds;
+  };
+  const Case cases[] = {
+      {5000000, 0, 10000000, 70},   // 500 ms on 10 MHz: 5e9 wraps to 705032704
+      {3020000, 0, 10000000, 302},
+      {3010000, 0, 10000000, 300},  // 3.01e9 rounds down as a single-precision float
+      {(int64_t{7} << 32) + 301, int64_t{7} << 32, 1000, 301},
+      {int64_t{5} << 32 | 10, (int64_t{4} << 32) | 0xFFFFFFF0u, 1000, 26},  // low 32 bits subtracted
+  };
   uint32_t ms = 0;
-  // 500 ms on a 10 MHz counter: 5e9 wraps to 705032704, read as 70 ms.
-  ASSERT_TRUE(ZORElapsedMilliseconds32(5000000, 0, 10000000, ms));
-  EXPECT_EQ(ms, 70u);
-  ASSERT_TRUE(ZORElapsedMilliseconds32(3020000, 0, 10000000, ms));
-  EXPECT_EQ(ms, 302u);
-  // The product is a single-precision float: 3.01e9 is not representable and
-  // rounds down, so 301 ms on a 10 MHz counter read as 300.
-  ASSERT_TRUE(ZORElapsedMilliseconds32(3010000, 0, 10000000, ms));
-  EXPECT_EQ(ms, 300u);
-  // The low 32 bits of the counters are subtracted.
-  ASSERT_TRUE(ZORElapsedMilliseconds32((int64_t{7} << 32) + 301, (int64_t{7} << 32) - 0, 1000, ms));
-  EXPECT_EQ(ms, 301u);
-  ASSERT_TRUE(ZORElapsedMilliseconds32(int64_t{5} << 32 | 10, (int64_t{4} << 32) | 0xFFFFFFF0u, 1000, ms));
-  EXPECT_EQ(ms, 26u);
+  for (const Case& c : cases) {
+    ASSERT_TRUE(ZORElapsedMilliseconds32(c.now, c.then, c.frequency, ms));
+    EXPECT_EQ(ms, c.milliseconds) << c.now << " - " << c.then;
+  }
   EXPECT_FALSE(ZORElapsedMilliseconds32(10, 0, int64_t{1} << 32, ms)) << "low bits of 0";
 
   // The platform clock's frequency keeps a stall of 400 ms within reach.
