@@ -1,3 +1,5 @@
+// The process chain: tuned path in place or width-fitted, the bypass path,
+// the pipe hook, and an internal rate that keeps the host's frames.
 #include "audio/zorapoprocesschain.h"
 
 #include <gtest/gtest.h>

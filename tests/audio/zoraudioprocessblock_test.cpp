@@ -1,3 +1,5 @@
+// Fixed-block stages behind any host block size: sample order, delay,
+// call counts, fresh blocks, and no allocation in steady state.
 #include "audio/zoraudioprocessblock.h"
 
 #include <gtest/gtest.h>

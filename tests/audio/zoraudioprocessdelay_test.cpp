@@ -1,3 +1,5 @@
+// The delay stage: exact shifts across any block split, delay changes while
+// running, channels without lines, and no allocation.
 #include "audio/zoraudioprocessdelay.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// The in-place downmix: kernels bit for bit at every tail length, and the
+// stage's modes, bypass and channel checks.
 #include "audio/zoraudioprocessdownmix.h"
 
 #include <gtest/gtest.h>

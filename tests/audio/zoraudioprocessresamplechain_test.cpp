@@ -1,3 +1,5 @@
+// Stages at an internal rate: the host's frame count block after block, the
+// FIFO cushion, short and long deliveries, and no allocation.
 #include "audio/zoraudioprocessresamplechain.h"
 
 #include <gtest/gtest.h>

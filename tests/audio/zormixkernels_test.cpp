@@ -1,3 +1,4 @@
+// The mixing kernels bit for bit against their formulas, and their table.
 #include "audio/zormixkernels.h"
 
 #include <gtest/gtest.h>

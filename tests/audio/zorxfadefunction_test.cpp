@@ -1,3 +1,5 @@
+// The crossfade: lengths from rate and time, the dB law frame by frame after
+// the delay, and blocks of different shapes.
 #include "audio/zorxfadefunction.h"
 
 #include <gtest/gtest.h>

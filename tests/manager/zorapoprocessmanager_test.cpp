@@ -1,3 +1,6 @@
+// The process manager: frame counts, mute, bypass mixing, the chain state
+// table, fades, stale detection and flush, races with the audio thread, and
+// no allocation on it.
 #include "manager/zorapoprocessmanager.h"
 
 #include <gtest/gtest.h>

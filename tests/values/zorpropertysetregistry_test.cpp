@@ -1,3 +1,5 @@
+// Property sets in the settings store: blob and per-value layouts, loads,
+// auto-save, watchers, and a save in another process.
 #include "values/zorpropertysetregistry.h"
 
 #include <gtest/gtest.h>
