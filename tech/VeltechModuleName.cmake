@@ -1,12 +1,7 @@
 # The file name a tech module is built under: the name the host's loader
-# looks for (platform/modulelookup.h), which on Windows follows the bitness
-# of the processes that load it.
+# looks for (platform/modulelookup.h). Builds are 64-bit only.
 if(WIN32)
-  if(CMAKE_SIZEOF_VOID_P EQUAL 8)
-    set(VELTECH_MODULE_STEM veltech64)
-  else()
-    set(VELTECH_MODULE_STEM veltech32)
-  endif()
+  set(VELTECH_MODULE_STEM veltech64)
   set(VELTECH_MODULE_PREFIX "")
 else()
   set(VELTECH_MODULE_STEM veltech)

@@ -1,9 +1,8 @@
 /*
  * veltech_abi.h: the border between velapo and a tech module.
  *
- * A tech module is a plain shared library (veltech64.dll or veltech32.dll on
- * Windows by the bitness of the process, libveltech.so on Linux) that lies
- * beside the host module. It exports three functions and makes process
+ * A tech module is a plain 64-bit shared library (veltech64.dll on Windows,
+ * libveltech.so on Linux) that lies beside the host module. It exports three functions and makes process
  * objects. A process object is anything whose first word points to a table
  * of 19 function pointers in the order of ZORTechProcessTable; every
  * operation takes the object as its first argument. A C module fills such a
@@ -12,10 +11,11 @@
  * and no overloads among them, since the common 64-bit compilers then lay out
  * its virtual table as this one.
  *
- * Plain C (C99 and later, and C++). Layouts are pinned for 64-bit builds by
- * the static assertions at the end of this file; a 32-bit module has the
- * same fields with 4-byte pointers. docs/tech-modules.md walks through
- * writing a module.
+ * Plain C (C99 and later, and C++). 64-bit only: velapo builds, tests and
+ * loads no 32-bit modules (the Windows audio engine is a 64-bit process on
+ * 64-bit Windows), and this header refuses a 32-bit build. The layouts are
+ * pinned by the static assertions at the end of this file.
+ * docs/tech-modules.md walks through writing a module.
  */
 #ifndef VELTECH_ABI_H
 #define VELTECH_ABI_H
@@ -27,21 +27,15 @@
 extern "C" {
 #endif
 
-/* Calling conventions. Only 32-bit Windows has a choice: the exports and the
- * callbacks use __stdcall there, and the operations of a process use
- * __thiscall, which is what a C++ class's virtual functions get. Everywhere
- * else the platform has one convention and these are empty. */
-#if defined(_WIN32) && !defined(_WIN64)
-#define VELTECH_CALL __stdcall
-#if defined(__GNUC__)
-#define VELTECH_METHOD __attribute__((thiscall))
-#else
-#define VELTECH_METHOD __thiscall
+#if UINTPTR_MAX != 0xFFFFFFFFFFFFFFFFu
+#error "veltech modules are 64-bit only: velapo builds and loads no 32-bit modules"
 #endif
-#else
+
+/* Calling conventions of the exports and callbacks, and of the operations of
+ * a process. Every 64-bit platform has one convention, so both are empty;
+ * they mark where a convention would go. */
 #define VELTECH_CALL
 #define VELTECH_METHOD
-#endif
 
 /* How a module marks its three exports. */
 #if defined(_WIN32)
@@ -191,7 +185,6 @@ VELTECH_EXPORT void VELTECH_CALL ZORTechDestroyProcess(ZORTechProcess* process);
   typedef char VELTECH_JOIN(veltech_layout_check_, __LINE__)[(condition) ? 1 : -1]
 #endif
 
-#if UINTPTR_MAX == 0xFFFFFFFFFFFFFFFFu
 VELTECH_STATIC_ASSERT(sizeof(ZORTechControl) == 48, "control record is 48 bytes");
 VELTECH_STATIC_ASSERT(offsetof(ZORTechControl, name) == 0, "control name at 0");
 VELTECH_STATIC_ASSERT(offsetof(ZORTechControl, first) == 8, "control first at 8");
@@ -234,7 +227,6 @@ VELTECH_STATIC_ASSERT(offsetof(ZORTechProcessTable, CopyState) == 16 * 8, "slot 
 VELTECH_STATIC_ASSERT(offsetof(ZORTechProcessTable, Init) == 17 * 8, "slot 17");
 VELTECH_STATIC_ASSERT(offsetof(ZORTechProcessTable, Process) == 18 * 8, "slot 18");
 VELTECH_STATIC_ASSERT(sizeof(ZORTechBool) == 1, "truth values are one byte");
-#endif
 
 #ifdef __cplusplus
 }

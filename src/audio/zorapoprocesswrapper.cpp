@@ -7,10 +7,10 @@
 namespace {
 
 constexpr uint32_t kSideChannelRole = IZORAudioData<float>::kSideChannelRole;
-// The channel list is kept at least this long, so that blocks a little
-// wider than Init's (an upmixing chain runs its processes at the input
-// width) don't make the audio thread grow it.
-constexpr size_t kPreparedNodes = 16;
+// A process that takes blocks of any size sees the host's, which come every
+// 10 ms or so; the side channel is prepared for ten times that, and a longer
+// one reaches the hooks in parts.
+constexpr uint32_t kSideChannelBlocksPerSecond = 10;
 
 bool Contains(const std::string& text, const char* part) { return text.find(part) != std::string::npos; }
 
@@ -49,8 +49,19 @@ bool ZORAPOProcessWrapper::Init(uint32_t channels, uint32_t sampleRate) {
   if (m_tech == nullptr || m_tech->table->Init(m_tech, channels, sampleRate) == 0) return false;
   m_sampleRate = sampleRate;
   m_channels = channels;
-  m_nodes.reserve(std::max<size_t>(channels, kPreparedNodes));
-  SetBlockSize(m_tech->table->GetBlockSize(m_tech), channels);
+  const uint32_t blockFrames = m_tech->table->GetBlockSize(m_tech);
+  SetBlockSize(blockFrames, channels);
+
+  // Everything ProcessBlock and the side channel use is sized here, for the
+  // widest and longest block the chain can hand over, so that the audio
+  // thread never allocates: the chain fits every block to the width it gave
+  // Init, and block adaption hands over blocks of the process's size.
+  m_nodes.assign(channels, ZORChannelNode{});
+  m_sideChannelFrames = blockFrames != 0 ? blockFrames
+                                         : std::max(sampleRate / kSideChannelBlocksPerSecond, 1u);
+  m_sideChannel.Allocate(m_sideChannelFrames, 1, sampleRate);
+  m_sideChannel.GetData(true, false);
+  m_sideChannel.ReleaseData();
   return true;
 }
 
@@ -62,9 +73,9 @@ bool ZORAPOProcessWrapper::GetBypass() const { return m_bypass.load() != 0; }
 void ZORAPOProcessWrapper::ProcessBlock(IZORAudioData<float>* data) {
   if (data == nullptr || m_tech == nullptr) return;
   const uint32_t frames = data->GetFrames();
-  const uint32_t channels = data->GetChannels();
+  // The process was prepared for Init's channels; any beyond pass untouched.
+  const uint32_t channels = std::min(data->GetChannels(), static_cast<uint32_t>(m_nodes.size()));
   float* base = data->GetData(true, false);
-  m_nodes.resize(channels);
   for (uint32_t c = 0; c < channels; ++c) {
     ZORChannelNode& node = m_nodes[c];
     node.samples = base != nullptr ? base + static_cast<size_t>(frames) * c : nullptr;
@@ -96,22 +107,28 @@ void VELTECH_CALL ZORAPOProcessWrapper::OnSideChannel(ZORChannelNode* nodes, uin
 
 // audio thread
 void ZORAPOProcessWrapper::HandleSideChannel(ZORChannelNode& node, uint32_t frames) {
-  m_sideChannel.Allocate(frames, 1, m_sampleRate);
-  m_sideChannel.SetChannelRole(0, kSideChannelRole);
-  if (m_preHook != nullptr) {
-    float* samples = m_sideChannel.GetData(true, false);
-    std::copy_n(node.samples, frames, samples);
-    m_sideChannel.ReleaseData();
-    m_preHook->OnChannelData(this, m_sideChannel);
-  }
-  if (m_postHook != nullptr) {
-    m_postHook->OnChannelData(this, m_sideChannel);
-    const float* samples = m_sideChannel.GetData(false, false);
-    // A hook may have reshaped the block; never copy more than both hold.
-    if (samples != nullptr && m_sideChannel.GetChannels() >= 1) {
-      std::copy_n(samples, std::min(frames, m_sideChannel.GetFrames()), node.samples);
+  // In parts of the block Init prepared, so that no length makes it grow.
+  for (uint32_t done = 0; done < frames && m_sideChannelFrames != 0;) {
+    const uint32_t part = std::min(frames - done, m_sideChannelFrames);
+    float* const target = node.samples + done;
+    m_sideChannel.Allocate(part, 1, m_sampleRate);
+    m_sideChannel.SetChannelRole(0, kSideChannelRole);
+    if (m_preHook != nullptr) {
+      float* samples = m_sideChannel.GetData(true, false);
+      std::copy_n(target, part, samples);
+      m_sideChannel.ReleaseData();
+      m_preHook->OnChannelData(this, m_sideChannel);
     }
-    m_sideChannel.ReleaseData();
+    if (m_postHook != nullptr) {
+      m_postHook->OnChannelData(this, m_sideChannel);
+      const float* samples = m_sideChannel.GetData(false, false);
+      // A hook may have reshaped the block; never copy more than both hold.
+      if (samples != nullptr && m_sideChannel.GetChannels() >= 1) {
+        std::copy_n(samples, std::min(part, m_sideChannel.GetFrames()), target);
+      }
+      m_sideChannel.ReleaseData();
+    }
+    done += part;
   }
 }
 

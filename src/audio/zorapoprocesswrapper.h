@@ -54,8 +54,9 @@ class ZORAPOProcessWrapper : public IZORUTSController, public ZORAudioProcessBlo
   virtual uint32_t GetTotalLatency() const;
 
   // ZORAudioProcessBlock. Init prepares the process for `channels` at
-  // `sampleRate` and takes its block size; false without a process or when
-  // the process refuses. The bypass flag is kept for whoever asks; a chain
+  // `sampleRate`, takes its block size and sizes all that ProcessBlock and
+  // the side channel use; false without a process or when the process
+  // refuses. Channels of a block beyond Init's pass untouched. The bypass flag is kept for whoever asks; a chain
   // bypasses as a whole, so Process doesn't consult it.
   bool Init(uint32_t channels, uint32_t sampleRate) override;
   void SetBypass(bool bypass) override;
@@ -98,9 +99,10 @@ class ZORAPOProcessWrapper : public IZORUTSController, public ZORAudioProcessBlo
   uint32_t m_channels = 0;
   uint32_t m_sampleRate = 0;
 
-  // Per-call scratch kept between calls so that the audio thread doesn't
+  // Per-call scratch, sized by Init so that the audio thread doesn't
   // allocate: the channel list, the hook record and the side-channel block.
   std::vector<ZORChannelNode> m_nodes;
   ZORProcessHook m_hookRecord{};
   ZORAudioDataFloat m_sideChannel;
+  uint32_t m_sideChannelFrames = 0;  // the longest part handed to the hooks
 };

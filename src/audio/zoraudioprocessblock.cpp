@@ -14,6 +14,15 @@ void StartHalfFull(ZORRingBuffer<float>& ring, ZORAudioDataIndexed<float>& silen
   ring.Write(silence);
 }
 
+// Whether every channel of the ring got its memory.
+bool HoldsEveryChannel(const ZORRingBuffer<float>& ring, uint32_t channels, uint32_t capacity) {
+  if (capacity == 0 || ring.GetChannels() != channels) return false;
+  for (uint32_t c = 0; c < channels; ++c) {
+    if (ring.GetRingChannel(c)->capacity != capacity) return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 void ZORAudioProcessBlock::SetBlockSize(uint32_t blockFrames, uint32_t channels) {
@@ -27,6 +36,8 @@ void ZORAudioProcessBlock::SetBlockSize(uint32_t blockFrames, uint32_t channels)
   ZORAudioDataIndexed<float> silence(&silent);
   StartHalfFull(m_inputRing, silence, ringBlock, channels);
   StartHalfFull(m_outputRing, silence, ringBlock, channels);
+  m_bRingsReady = HoldsEveryChannel(m_inputRing, channels, 2 * ringBlock) &&
+                  HoldsEveryChannel(m_outputRing, channels, 2 * ringBlock);
 
   // Give the stage's block its full capacity now, in both layouts since the
   // stage may ask for either, so that the audio thread doesn't grow it.
@@ -42,7 +53,7 @@ void ZORAudioProcessBlock::Process(IZORAudioData<float>* data) {
     ProcessBlock(data);
     return;
   }
-  if (data == nullptr) {
+  if (data == nullptr || !m_bRingsReady) {
     return;
   }
   // Read from a copy: `data` receives the output while input remains to be

@@ -19,12 +19,14 @@ class ZORAudioProcessBlock : public IZORAudioProcess<float> {
   ZORAudioProcessBlock& operator=(const ZORAudioProcessBlock&) = delete;
 
   // Twice the block size while block adaption is on, else 0.
-  uint32_t GetLatency() const override { return m_inputRing.GetCapacity(); }
+  uint32_t GetLatency() const override { return m_bRingsReady ? m_inputRing.GetCapacity() : 0; }
   // Passes the host's block through the rings and ProcessBlock, one fixed
   // block at a time; the block comes back with as many frames as it had.
   // The stage sees the default roles 0, 1, 2, ... of a freshly allocated
   // block, not the host's. Once a host block of this size or larger has been
-  // seen, nothing is allocated. Audio thread.
+  // seen, nothing is allocated. Rings that could not get their memory would
+  // never move the audio on; then the block passes untouched, unprocessed
+  // and undelayed. Audio thread.
   void Process(IZORAudioData<float>* data) override;
 
   // Sets the block size and the channels, and starts both rings half full of
@@ -42,6 +44,8 @@ class ZORAudioProcessBlock : public IZORAudioProcess<float> {
   ZORRingBuffer<float> m_inputRing;
   ZORRingBuffer<float> m_outputRing;
   uint32_t m_blockFrames = 0;
+  // Both rings hold every channel at twice the block; false with block 0.
+  bool m_bRingsReady = false;
   // Scratch blocks of Process, kept so that their capacity persists between
   // calls: the host's block as it came in, and the block handed to the stage.
   ZORAudioDataFloat m_source;

@@ -242,7 +242,7 @@ uint32_t ZORAPOConfigurationFile::ReadDocument(const XMLDocument* document, uint
   ZOR_LOG("pXML->load %d\n", document != nullptr ? 1 : 0);
   if (document == nullptr) return kStatusUnreadable;
   const XMLElement* root = document->FirstChildElement();
-  ZOR_LOG("pXML->get_documentElement 0x%p\n", static_cast<const void*>(root));
+  ZOR_LOG("pXML->get_documentElement 0x%s\n", ZORPointerText(root).text);
   if (root == nullptr || root->NoChildren() || !IsNamed(*root, kRootName)) {
     return kStatusUnreadable;
   }

@@ -1,6 +1,5 @@
 #include "config/zorapomodulepaths.h"
 
-#include <atomic>
 #include <filesystem>
 #include <system_error>
 
@@ -8,8 +7,6 @@
 #include "platform/modulelookup.h"
 
 namespace {
-
-std::atomic<uint32_t> g_processBitness{0};
 
 bool IsExistingFile(const std::u16string& path) {
   std::error_code error;
@@ -19,20 +16,14 @@ bool IsExistingFile(const std::u16string& path) {
 
 }  // namespace
 
-void SetProcessBitness(uint32_t bits) { g_processBitness.store(bits, std::memory_order_relaxed); }
-
-uint32_t GetProcessBitness() { return g_processBitness.load(std::memory_order_relaxed); }
-
 std::u16string GetModuleFileNameOf(uint32_t which) {
-  const uint32_t bits = GetProcessBitness();
-  const bool is64Bit = bits == 0 || bits == 64;
   switch (which) {
     case kZORModuleHost:
-      return zor::os::OwnModuleFileName(zor::os::OwnModule::Host, is64Bit);
+      return zor::os::OwnModuleFileName(zor::os::OwnModule::Host);
     case kZORModuleControl:
-      return zor::os::OwnModuleFileName(zor::os::OwnModule::Control, is64Bit);
+      return zor::os::OwnModuleFileName(zor::os::OwnModule::Control);
     case kZORModuleTech:
-      return zor::os::OwnModuleFileName(zor::os::OwnModule::Tech, is64Bit);
+      return zor::os::OwnModuleFileName(zor::os::OwnModule::Tech);
     default:
       return {};
   }

@@ -18,13 +18,7 @@ enum ZORAPOModule : uint32_t {
 // The file name of the OEM configuration file looked for beside the modules.
 inline constexpr const char16_t* kZOROemConfigFileName = u"vel_apo4_oem_config.xml";
 
-// The bitness of this process, which picks the Windows module names (the
-// "32" names for a 32-bit process). 0 (the default) counts as 64. Set once at
-// start-up, before any lookup; the value is atomic.
-void SetProcessBitness(uint32_t bits);
-uint32_t GetProcessBitness();
-
-// The file name of a module for this platform and bitness; empty for an
+// The file name of a module for this platform and build; empty for an
 // unknown `which`.
 std::u16string GetModuleFileNameOf(uint32_t which);
 

@@ -77,9 +77,9 @@ std::string ZORUTSValue::GetText() const {
   return text;
 }
 
-std::u16string ZORUTSValue::GetTextW() const { return zor::os::NarrowToWide(GetText()); }
+std::u16string ZORUTSValue::GetTextW() const { return zor::os::Utf8ToUtf16(GetText()); }
 
-std::u16string ZORUTSValue::GetNameW() const { return zor::os::NarrowToWide(name); }
+std::u16string ZORUTSValue::GetNameW() const { return zor::os::Utf8ToUtf16(name); }
 
 int32_t ZORUTSValue::ParseLong(std::string_view text) {
   if (text == "Enabled") return 1;
@@ -124,7 +124,7 @@ std::string ZORUTSValue::GetInstanceId() const {
 }
 
 std::u16string ZORUTSValue::GetInstanceIdW() const {
-  return zor::os::NarrowToWide(GetInstanceId());
+  return zor::os::Utf8ToUtf16(GetInstanceId());
 }
 
 std::string ZORUTSValue::GetControlName() const {
@@ -133,7 +133,7 @@ std::string ZORUTSValue::GetControlName() const {
 }
 
 std::u16string ZORUTSValue::GetControlNameW() const {
-  return zor::os::NarrowToWide(GetControlName());
+  return zor::os::Utf8ToUtf16(GetControlName());
 }
 
 void ZORUTSValue::SetName(std::string_view valueName) { name.assign(valueName); }
@@ -143,7 +143,7 @@ void ZORUTSValue::SetText(std::string text) {
 }
 
 bool ZORUTSValue::SetTextW(std::u16string_view text) {
-  std::string narrow = zor::os::WideToNarrow(text);
+  std::string narrow = zor::os::Utf16ToUtf8(text);
   if (narrow.empty() && !text.empty()) return false;
   SetText(std::move(narrow));
   return true;
@@ -170,7 +170,7 @@ bool ZORUTSValue::FromProperty(const ZORProperty& property, ZORUTSValue& out) {
   } else {
     return false;
   }
-  out.name = zor::os::WideToNarrow(property.name);
+  out.name = zor::os::Utf16ToUtf8(property.name);
   out.value = std::move(converted);
   return true;
 }

@@ -10,6 +10,9 @@
 // setting new text makes a new VELAnyVal, so other copies keep the old one.
 // A value is built and read on one thread at a time; nothing here is for the
 // audio thread.
+//
+// Names and texts are UTF-8, as the configuration file is, on every
+// platform; the wide forms are their UTF-16.
 
 #include <cstdint>
 #include <string>
@@ -29,7 +32,7 @@ class ZORUTSValue {
   ZORUTSValue(std::string valueName, int32_t number);
   virtual ~ZORUTSValue() = default;
 
-  // The value's narrow text; empty when there is no value or it has no text.
+  // The value's UTF-8 text; empty when there is no value or it has no text.
   std::string GetText() const;
   std::u16string GetTextW() const;
   std::u16string GetNameW() const;

@@ -1,5 +1,6 @@
 #include "core/zorlog.h"
 
+#include <cstdint>
 #include <cstdio>
 
 #include "core/zorwideformat.h"
@@ -10,6 +11,12 @@ namespace {
 const char* OrEmpty(const char* text) { return text != nullptr ? text : ""; }
 
 }  // namespace
+
+ZORPointerText::ZORPointerText(const void* pointer) {
+  auto value = reinterpret_cast<uintptr_t>(pointer);
+  for (size_t i = sizeof text - 1; i-- > 0; value >>= 4) text[i] = "0123456789ABCDEF"[value & 0xF];
+  text[sizeof text - 1] = '\0';
+}
 
 void ZORLogNarrowV(const ZORLogSite& site, const char* format, va_list args) {
   char line[kZORLogBufferUnits] = {};

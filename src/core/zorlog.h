@@ -25,6 +25,16 @@ struct ZORLogSite {
 
 inline constexpr size_t kZORLogBufferUnits = 2048;
 
+// A pointer as Windows prints "%p": every hex digit of the pointer's width,
+// upper case, no prefix ("0x%p" of 0x12ab reads 0x00000000000012AB). glibc's
+// %p adds a "0x" of its own and prints null as "(nil)", so narrow messages
+// pass pointers through this, and a log line compares across platforms:
+//   ZOR_LOG("root 0x%s\n", ZORPointerText(root).text);
+struct ZORPointerText {
+  explicit ZORPointerText(const void* pointer);
+  char text[2 * sizeof(void*) + 1];
+};
+
 #if defined(__MINGW32__)
 // MinGW's C99 stdio (which libstdc++ selects) follows the GNU format rules.
 #define ZOR_PRINTF_FORMAT(formatIndex, firstArg) \

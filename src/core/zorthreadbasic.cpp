@@ -2,26 +2,13 @@
 
 #include "core/zorlog.h"
 
-namespace {
-
-// What the thread needs, owned by the thread: a thread that is given up on
-// POSIX runs on after its ZORThreadBasic is gone.
-struct ThreadBody {
-  std::shared_ptr<zor::os::Event> stopEvent;
-  IZORThreadBasicWorker* worker;
-  ZORThreadBasic* owner;
-};
-
-unsigned RunWorker(void* arg) {
-  const std::unique_ptr<ThreadBody> body(static_cast<ThreadBody*>(arg));
-  const bool succeeded = body->worker->Run(*body->owner, *body->stopEvent);
-  return succeeded ? ZORThreadBasic::kExitRunSucceeded : ZORThreadBasic::kExitRunFailed;
+unsigned ZORThreadBasic::RunWorker(void* self) {
+  auto* owner = static_cast<ZORThreadBasic*>(self);
+  const bool succeeded = owner->m_pWorker->Run(*owner, owner->m_stopEvent);
+  return succeeded ? kExitRunSucceeded : kExitRunFailed;
 }
 
-}  // namespace
-
-ZORThreadBasic::ZORThreadBasic()
-    : m_stopEvent(std::make_shared<zor::os::Event>(zor::os::EventReset::Manual, false)) {}
+ZORThreadBasic::ZORThreadBasic() = default;
 
 ZORThreadBasic::~ZORThreadBasic() { ZORThreadBasic::Stop(kDefaultStopWaitMs); }
 
@@ -35,18 +22,13 @@ bool ZORThreadBasic::Start(IZORThreadBasicWorker* worker) {
     ZOR_LOG("no worker to run\n");
     return false;
   }
-  m_stopEvent->Reset();
-  auto* body = new ThreadBody{m_stopEvent, m_pWorker, this};
-  if (!m_thread.Start(&RunWorker, body)) {
-    delete body;
-    return false;
-  }
-  return true;
+  m_stopEvent.Reset();
+  return m_thread.Start(&ZORThreadBasic::RunWorker, this);
 }
 
 void ZORThreadBasic::Stop(uint32_t waitMs) {
   if (!m_thread.Holds()) return;
-  m_stopEvent->Set();
+  m_stopEvent.Set();
   if (m_thread.Id() == zor::os::CurrentThreadId()) {
     // Waiting here would wait for ourselves; the owner's Stop collects the
     // thread once Run has returned.
@@ -59,8 +41,9 @@ void ZORThreadBasic::Stop(uint32_t waitMs) {
     if (m_thread.Terminate(kExitRunFailed)) {
       ZOR_LOG("thread %u ignored the stop event for %u ms and was terminated\n", threadId, wait);
     } else {
-      ZOR_LOG("thread %u ignored the stop event for %u ms and was abandoned; it runs on unowned\n",
-              threadId, wait);
+      ZOR_LOG("thread %u ignored the stop event for %u ms; waiting for it to end\n", threadId,
+              wait);
+      m_thread.Join(zor::os::kInfinite);
     }
   }
   m_pWorker = nullptr;

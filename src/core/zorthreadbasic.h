@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 
 #include "platform/event.h"
 #include "platform/thread.h"
@@ -14,8 +13,6 @@ class IZORThreadBasicWorker {
   virtual ~IZORThreadBasicWorker() = default;
   // On the worker thread. Returns once stopEvent is signalled, or earlier by
   // its own decision; true gives the thread exit code 1, false 0xFFFFFFFF.
-  // A worker that wakes after its thread was given up (see Stop) may still
-  // look at stopEvent, which outlives its owner, but not at `thread`.
   virtual bool Run(ZORThreadBasic& thread, zor::os::Event& stopEvent) = 0;
 };
 
@@ -23,6 +20,13 @@ class IZORThreadBasicWorker {
 // runs a worker until told to stop. Start and Stop belong to the owner's
 // thread; the object has no lock. Owners stop it first thing in their
 // destructor, before they destroy anything the worker uses.
+//
+// No thread outlives its Stop. Workers use their owner (the manager's chains
+// and events, a property set's `this`), so a Stop that returned while the
+// worker still ran would hand it freed memory. Windows kills a worker that
+// ignores the stop event for the whole wait; POSIX has no safe way to kill a
+// thread, so there Stop logs that the wait ran out and goes on waiting until
+// the worker ends: a stop that returns late beats one that returns early.
 class ZORThreadBasic {
  public:
   static constexpr uint32_t kDefaultStopWaitMs = 5000;
@@ -41,12 +45,12 @@ class ZORThreadBasic {
   // held: call Stop first.
   virtual bool Start(IZORThreadBasicWorker* worker);
   // Signals the stop event and waits up to waitMs (0: kDefaultStopWaitMs) for
-  // the thread to end. A thread that does not end in time is given up: killed
-  // on Windows, left to run on unowned on POSIX, which has no safe way to kill
-  // it; either way its exit code reads kExitRunFailed and Stop returns after
-  // the wait. Then the thread and the worker are forgotten. The stop event
-  // stays signalled until the next Start. Called by the worker itself it only
-  // sets the stop event, since it cannot wait for its own end.
+  // the thread to end. A thread that does not end in time is killed where the
+  // platform can (its exit code then reads kExitRunFailed) and waited for to
+  // the end where it cannot (see above). Then the thread and the worker are
+  // forgotten. The stop event stays signalled until the next Start. Called by
+  // the worker itself it only sets the stop event, since it cannot wait for
+  // its own end.
   virtual void Stop(uint32_t waitMs = 0);
 
   bool IsStarted() const { return m_thread.Holds(); }   // between Start and Stop
@@ -54,12 +58,12 @@ class ZORThreadBasic {
   uint32_t ThreadId() const { return m_thread.Id(); }   // 0 when not started
   // Exit code of the last thread that ended (1, or 0xFFFFFFFF); 0 before.
   uint32_t ExitCode() const { return m_thread.ExitCode(); }
-  zor::os::Event& StopEvent() { return *m_stopEvent; }
+  zor::os::Event& StopEvent() { return m_stopEvent; }
 
  private:
-  // Shared with the running thread, so that a thread given up on POSIX can
-  // still look at its stop event after this object is gone.
-  std::shared_ptr<zor::os::Event> m_stopEvent;
+  static unsigned RunWorker(void* self);
+
+  zor::os::Event m_stopEvent{zor::os::EventReset::Manual, false};
   zor::os::Thread m_thread;
   IZORThreadBasicWorker* m_pWorker = nullptr;
 };

@@ -1,9 +1,12 @@
 #include "core/zorwideformat.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <iterator>
 #include <string_view>
 
+#include "core/zorlog.h"
 #include "platform/text.h"
 
 namespace {
@@ -298,9 +301,13 @@ bool PutDirective(WideWriter& writer, const Directive& directive, va_list* args)
                   va_arg(*args, double));
       }
       return true;
-    case u'p':
-      PutNumber(writer, directive, "", 'p', va_arg(*args, void*));
+    case u'p': {
+      const ZORPointerText pointer(va_arg(*args, void*));
+      char16_t wide[sizeof pointer.text];
+      std::copy(std::begin(pointer.text), std::end(pointer.text), wide);
+      PutPadded(writer, directive, std::u16string_view(wide, sizeof pointer.text - 1));
       return true;
+    }
     case u'c':
     case u'C': {
       const int value = va_arg(*args, int);

@@ -16,11 +16,11 @@ enum class OwnModule {
   Tech,     // the tech module with the signal processing
 };
 
-// The file name this platform gives a module: "velapo64.dll" or, for a
-// 32-bit process, "velapo32.dll" on Windows; "libvelapo.so" on Linux, where
-// the two builds live in different library directories and so share a name.
-// Any thread.
-std::u16string OwnModuleFileName(OwnModule module, bool is64Bit);
+// The file name this platform gives a module: "velapo64.dll" on Windows,
+// "libvelapo.so" on Linux. The bitness in the Windows names is the build's,
+// which is always 64 (see veltech_abi.h); a 64-bit process never runs under
+// WOW64, so nothing at run time could ask for another. Any thread.
+std::u16string OwnModuleFileName(OwnModule module);
 
 // The absolute path of the module of that file name loaded in this process,
 // compared as the platform compares file names (regardless of case on

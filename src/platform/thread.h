@@ -32,11 +32,10 @@ class Thread {
   // when it has ended or there is none; then the thread is released, and
   // ExitCode keeps its exit code.
   bool Join(uint32_t timeoutMs);
-  // Gives up a thread that will not end. Windows kills it; POSIX has no safe
-  // way to kill a thread, so the thread is detached and runs on unowned, and
-  // whatever it needs after its entry returns it co-owns. Either way the
-  // object is free again and ExitCode reads exitCode. True when the thread
-  // is gone, false when it was left running.
+  // Kills a thread that will not end, where the platform can: Windows kills
+  // it, the object is free again and ExitCode reads exitCode, and the result
+  // is true. POSIX has no safe way to kill a thread: a thread still running
+  // stays held and the result is false, so that the caller can Join it.
   bool Terminate(uint32_t exitCode);
 
   bool Holds() const;       // a thread was started and not yet released

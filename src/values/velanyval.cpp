@@ -186,7 +186,7 @@ bool VELAnyValText<CharT, Code>::GetAString(std::string& text) const {
   } else {
     text.clear();
     // Room for three bytes per unit; anything longer is cut, not refused.
-    std::string narrow = zor::os::WideToNarrow(UpToNul(m_value));
+    std::string narrow = zor::os::Utf16ToUtf8(UpToNul(m_value));
     const size_t limit = m_value.size() * 3;
     if (narrow.size() > limit) narrow.resize(limit);
     text.assign(UpToNul(narrow));
@@ -202,7 +202,7 @@ bool VELAnyValText<CharT, Code>::GetWString(std::u16string& text) const {
   } else {
     text.clear();
     // At most one unit per byte, as a buffer of the narrow length holds.
-    std::u16string wide = zor::os::NarrowToWide(UpToNul(m_value));
+    std::u16string wide = zor::os::Utf8ToUtf16(UpToNul(m_value));
     if (wide.size() > m_value.size()) wide.resize(m_value.size());
     text.assign(UpToNul(wide));
     return !text.empty();

@@ -100,11 +100,13 @@ extern template class VELAnyValNumber<float, VEL_ANYVAL_FLOAT>;
 extern template class VELAnyValNumber<double, VEL_ANYVAL_DOUBLE>;
 extern template class VELAnyValNumber<uint8_t, VEL_ANYVAL_BOOL>;
 
-// Text: narrow in the platform's multibyte encoding (UTF-8 on Linux), or
-// wide as UTF-16 code units on every platform (GetSize is units * 2). The
+// Text: narrow as UTF-8, or wide as UTF-16 code units, on every platform
+// (GetSize is units * 2). Narrow text comes from the configuration file,
+// which is UTF-8, so it is never read in the Windows ANSI code page: a mode
+// or control name must name the same registry value on every platform. The
 // constructor takes the string by move and leaves the source empty.
 // The text of the same form is the payload as it is; the other form is
-// converted as the platform converts, reading the payload as a C string, and
+// converted between UTF-8 and UTF-16, reading the payload as a C string, and
 // answers false when the conversion leaves nothing, e.g. for empty text.
 template <typename CharT, int32_t Code>
 class VELAnyValText : public VELAnyVal {

@@ -13,6 +13,7 @@
 namespace {
 
 thread_local uint64_t t_allocations = 0;
+thread_local bool t_failNothrow = false;
 
 void* AllocateCounted(std::size_t size) {
   ++t_allocations;
@@ -59,11 +60,18 @@ namespace velapo::test {
 
 uint64_t AllocationCounter::AllocationsOnThisThread() { return t_allocations; }
 
+NothrowAllocationFailure::NothrowAllocationFailure() { t_failNothrow = true; }
+NothrowAllocationFailure::~NothrowAllocationFailure() { t_failNothrow = false; }
+
 }  // namespace velapo::test
 
 void* operator new(std::size_t size) { return AllocateCounted(size); }
 void* operator new[](std::size_t size) { return AllocateCounted(size); }
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  if (t_failNothrow) {
+    ++t_allocations;
+    return nullptr;
+  }
   try {
     return AllocateCounted(size);
   } catch (...) {
@@ -80,6 +88,10 @@ void* operator new[](std::size_t size, std::align_val_t alignment) {
   return AllocateAlignedCounted(size, alignment);
 }
 void* operator new(std::size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept {
+  if (t_failNothrow) {
+    ++t_allocations;
+    return nullptr;
+  }
   try {
     return AllocateAlignedCounted(size, alignment);
   } catch (...) {

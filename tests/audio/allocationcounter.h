@@ -21,4 +21,14 @@ class AllocationCounter {
   uint64_t m_start;
 };
 
+// While one lives, the calling thread's nothrow allocations fail (answer
+// null), as when memory runs out; the throwing forms are left alone.
+class NothrowAllocationFailure {
+ public:
+  NothrowAllocationFailure();
+  ~NothrowAllocationFailure();
+  NothrowAllocationFailure(const NothrowAllocationFailure&) = delete;
+  NothrowAllocationFailure& operator=(const NothrowAllocationFailure&) = delete;
+};
+
 }  // namespace velapo::test

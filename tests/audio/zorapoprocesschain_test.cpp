@@ -59,6 +59,37 @@ TEST_F(ZORAPOProcessChainTest, TunedPathInPlaceWhenWidthsMatch) {
   EXPECT_EQ(Interleaved(output), Doubled(Interleaved(input))) << "the input is left as it was";
 }
 
+// Every path, with one object in and out and with two: the tuned path at the
+// chain's width and fitted to another, and the bypass path. A two-channel
+// chain doubles; what it doesn't reach stays as it was in place and silent
+// apart, and the input of a call apart is never touched.
+TEST_F(ZORAPOProcessChainTest, EveryPathRunsInPlaceAndApart) {
+  for (const bool built : {true, false}) {
+    for (const uint32_t channels : {2u, 6u}) {
+      for (const bool inPlace : {true, false}) {
+        SCOPED_TRACE(testing::Message() << (built ? "tuned " : "bypass ") << channels
+                                        << (inPlace ? " in place" : " apart"));
+        ZORAPOProcessChain fresh;
+        if (built) fresh.BuildFromStages(2, 48000, true, stages);
+        ZORAudioDataFloat input = NoiseBlock(17, channels, channels);
+        const std::vector<float> in = Interleaved(input);
+        ZORAudioDataFloat apart;
+        apart.Allocate(17, channels, 48000);
+        ZORAudioDataFloat& output = inPlace ? input : apart;
+        fresh.Process(input, output, nullptr);
+        const std::vector<float> out = Interleaved(output);
+        ASSERT_EQ(out.size(), in.size());
+        for (size_t i = 0; i < in.size(); ++i) {
+          const bool reached = i % channels < 2;
+          const float expected = !built ? in[i] : reached ? in[i] * 2.0f : inPlace ? in[i] : 0.0f;
+          ASSERT_EQ(out[i], expected) << "sample " << i;
+        }
+        EXPECT_TRUE(inPlace || Interleaved(input) == in) << "the input of a call apart changed";
+      }
+    }
+  }
+}
+
 TEST_F(ZORAPOProcessChainTest, WidthFitRunsTheTunedPathAtTheChainsChannels) {
   // Six channels in and out, a two-channel chain: the tuned path sees two
   // channels, and the other four channels of the output stay silent.

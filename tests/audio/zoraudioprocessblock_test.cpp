@@ -186,6 +186,16 @@ TEST(ZORAudioProcessBlock, SetBlockSizeDropsHeldAudio) {
   const std::vector<float> input = {1.0f, 2.0f, 3.0f, 4.0f};
   EXPECT_EQ(RunStream(huge, input, 2, {2}), input);
   EXPECT_EQ(huge.calls, 0u);
+
+  // So do rings that could not get their memory, which would never move.
+  NegatingStage starved(kBlock);
+  {
+    velapo::test::NothrowAllocationFailure outOfMemory;
+    starved.Init(2, 48000);
+  }
+  EXPECT_EQ(starved.GetLatency(), 0u);
+  EXPECT_EQ(RunStream(starved, input, 2, {2}), input);
+  EXPECT_EQ(starved.calls, 0u);
 }
 
 TEST(ZORAudioProcessBlock, SteadyStateProcessDoesNotAllocate) {

@@ -7,7 +7,10 @@
 #include <thread>
 
 #include "configfiles.h"
+#include "platform/registry.h"
+#include "registrytestarea.h"
 #include "support/zorlogcapture.h"
+#include "values/zorpropertysetregistry.h"
 
 namespace {
 
@@ -56,6 +59,39 @@ class ConfigurationFileTest : public ::testing::Test {
   ConfigFiles files;
   ZORAPOConfigurationFile config;
 };
+
+// All text of the file is UTF-8 on every platform, the product name as much
+// as mode and control names and values: beyond ASCII, they reach the
+// registry as written, never read in the Windows ANSI code page.
+TEST_F(ConfigurationFileTest, TextBeyondAsciiReachesTheRegistryAsWritten) {
+  ASSERT_EQ(LoadXml(Root("<properties>" + Control("Product Name", "Klang\xC3\xA9") + "</properties>" +
+                         Mode("APO4-M\xC3\xBAsica", "APO4-Internal Stereo",
+                              Control("SFX:\xC3\x89galiseur Enable", "Activ\xC3\xA9",
+                                      " public=\"true\"")))),
+            S::kStatusOk);
+  EXPECT_EQ(config.GetProductName(), u"Klang\u00E9");
+  ZORPropertySet set;
+  First().GetPublicControls().WriteToSet(set);
+  set.SetPropertyLong(First().GetModeId().ToRegistryName(), 1);
+
+  velapo::test::RegistryTestArea area;
+  zor::os::RegKey key;
+  ASSERT_EQ(zor::os::RegKey::Create(area.Path(u"Settings"), zor::os::kKeyAllAccess, key),
+            zor::os::RegStatus::Ok);
+  ZORPropertySetRegistry registry;
+  ASSERT_TRUE(registry.SetKey(&key));
+  registry.SetPropertySet(&set);
+  ASSERT_TRUE(registry.SaveValues());
+  uint32_t mode = 0;
+  EXPECT_EQ(key.ReadDword(u"ApoOpMode:APO4-M\u00FAsica/APO4-Internal Stereo", mode), zor::os::RegStatus::Ok);
+  EXPECT_EQ(mode, 1u);
+  zor::os::RegType type = zor::os::RegType::None;
+  std::vector<uint8_t> text;
+  ASSERT_EQ(key.ReadValue(u"SFX:\u00C9galiseur Enable", type, text), zor::os::RegStatus::Ok);
+  std::u16string read;
+  for (size_t i = 0; i + 1 < text.size(); i += 2) read += static_cast<char16_t>(text[i] | text[i + 1] << 8);
+  EXPECT_EQ(read, std::u16string(u"Activ\u00E9\0", 7));
+}
 
 TEST_F(ConfigurationFileTest, WorkedExample) {
   ZORLogCapture log;
@@ -191,7 +227,7 @@ TEST_F(ConfigurationFileTest, CacheParsesAPathOnceAndNeverRefreshes) {
 TEST_F(ConfigurationFileTest, ConcurrentFirstLoadsOfOnePathAgree) {
   std::string modes;
   for (int i = 0; i < 8; ++i) {
-    modes += Mode("M" + std::to_string(i), "S",
+    modes += Mode(std::string("M").append(std::to_string(i)), "S",  // not "M" + ...: GCC 12 -Wrestrict
                   "<chain_v2 position=\"SFX\"><process tech_id=\"g\"/></chain_v2>");
   }
   const std::u16string path = files.Write(Root(kProperties + modes));

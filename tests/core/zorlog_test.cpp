@@ -4,6 +4,8 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "core/zorapoutils.h"
 #include "support/zorlogcapture.h"
@@ -125,6 +127,24 @@ TEST(ZORLog, LongMessagesAreCutToTheBufferAndTerminated) {
   std::string expectedPairs;
   for (size_t i = 0; i < pairsThatFit; ++i) expectedPairs += "\xF0\x9F\x98\x80";
   EXPECT_EQ(lines[2], prefix + expectedPairs);
+}
+
+// As Windows prints %p, so that a line compares across platforms: glibc's
+// own %p gives "0x0x12ab" and "0x(nil)" behind the messages' "0x".
+TEST(ZORLog, PointersReadAsWindowsPrintsThem) {
+  ZORLogCapture log;
+  const ZORLogSite site{"f.cpp", 1, "F"};
+  const std::string zeros(2 * sizeof(void*) - 4, '0');
+  for (const auto& [pointer, digits] : {std::pair{0x12abu, "12AB"}, std::pair{0u, "0000"}}) {
+    const auto* p = reinterpret_cast<const void*>(uintptr_t{pointer});
+    ZORLogNarrow(site, "at 0x%s", ZORPointerText(p).text);
+    ZORLogWide(site, u"at 0x%p|%20p", p, p);
+    const std::string text = zeros + digits;
+    EXPECT_EQ(log.Lines(), (std::vector<std::string>{"f.cpp(1) | F | at 0x" + text,
+                                                     "f.cpp(1) | F | at 0x" + text + "|" +
+                                                         std::string(20 - text.size(), ' ') + text}));
+    log.Clear();
+  }
 }
 
 TEST(ZORAPOUtils, VersionBannerWritesFiveLines) {

@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <memory>
+#include <thread>
 
 #include "support/zorlogcapture.h"
 
@@ -116,37 +118,33 @@ TEST(ZORThreadBasic, WorkerThatReturnsEarlyKeepsTheThreadUntilStop) {
   EXPECT_EQ(thread.ExitCode(), ZORThreadBasic::kExitRunFailed);
 }
 
-TEST(ZORThreadBasic, WorkerThatIgnoresTheStopEventIsGivenUpAfterTheWait) {
+// A worker that ignores the stop event for longer than the wait, then uses
+// what its owner gave it, as a slow module load or a stuck store does. Stop
+// must not return while it can still touch that.
+TEST(ZORThreadBasic, WorkerThatOutlastsTheWaitNeverOutlivesStop) {
   ZORLogCapture log;
-  Event started{EventReset::Manual}, release{EventReset::Manual}, finished{EventReset::Manual};
-  std::atomic<bool> stopStillSignalled{false};
-  // Ignores the stop event until let go; then checks the one it was handed.
+  auto owned = std::make_unique<std::atomic<int>>(0);
   FunctionWorker worker([&](ZORThreadBasic&, Event& stopEvent) {
-    started.Set();
-    release.Wait(kInfinite);
-    stopStillSignalled = stopEvent.Wait(0);
-    finished.Set();
+    stopEvent.Wait(kInfinite);
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    owned->store(1);  // freed right after Stop: ASan sees a late worker
     return true;
   });
-  {
-    ZORThreadBasic thread;
-    ASSERT_TRUE(thread.Start(&worker));
-    ASSERT_TRUE(started.Wait(kMustNotTimeOutMs));
-    thread.Stop(50);
-    EXPECT_FALSE(thread.IsStarted());
-    EXPECT_EQ(thread.ExitCode(), ZORThreadBasic::kExitRunFailed);
-    EXPECT_EQ(log.Count("ZORThreadBasic::Stop | thread "), 1u);
-    EXPECT_TRUE(log.Contains(" ignored the stop event for 50 ms and was "));
-  }
-  if (log.Contains("was abandoned")) {
-    // No forced termination here: with its owner gone, the worker must still
-    // find its stop event, signalled, and end cleanly once it wakes.
-    release.Set();
-    ASSERT_TRUE(finished.Wait(kMustNotTimeOutMs));
-    EXPECT_TRUE(stopStillSignalled);
-  } else {
-    EXPECT_TRUE(log.Contains("was terminated"));
-  }
+  ZORThreadBasic thread;
+  ASSERT_TRUE(thread.Start(&worker));
+  thread.Stop(50);
+  EXPECT_FALSE(thread.IsStarted());
+  EXPECT_TRUE(log.Contains("ZORThreadBasic::Stop | thread "));
+#ifdef _WIN32
+  EXPECT_TRUE(log.Contains(" ignored the stop event for 50 ms and was terminated\n"));
+  EXPECT_EQ(thread.ExitCode(), ZORThreadBasic::kExitRunFailed);
+  EXPECT_EQ(owned->load(), 0);
+#else
+  EXPECT_TRUE(log.Contains(" ignored the stop event for 50 ms; waiting for it to end\n"));
+  EXPECT_EQ(thread.ExitCode(), ZORThreadBasic::kExitRunSucceeded);
+  EXPECT_EQ(owned->load(), 1) << "Stop returned before the worker ended";
+#endif
+  owned.reset();
 }
 
 TEST(ZORThreadBasic, DestructorStopsARunningWorker) {

@@ -284,6 +284,42 @@ TEST(ZORAPOProcessManager, FadeBetweenUnbuiltChainsEndsOnTheAudioThread) {
   EXPECT_EQ(after.spare, before.active);
 }
 
+// A fade between chains that sound different: one scales its block by
+// `from`, the other by `to`. Frame by frame the output is the old chain's
+// sound times 1 - gain plus the new one's times the gain, which holds only if
+// the new chain heard the untouched input and the law runs the right way.
+TEST(ZORAPOProcessManager, FadeBetweenChainsThatSoundDifferentFollowsTheLaw) {
+  for (const auto& [from, to] : {std::pair{0.0f, 1.0f}, {1.0f, 0.0f}, {0.5f, -1.0f}}) {
+    SCOPED_TRACE(testing::Message() << from << " to " << to);
+    TestManager manager;
+    std::map<const ZORAPOProcessChain*, std::unique_ptr<RecordingStage>> stages;
+    manager.builder.build = [&](ZORAPOProcessChain* chain) {
+      auto& stage = stages[chain];
+      stage = std::make_unique<RecordingStage>();
+      stage->gain = manager.builder.updates == 1 ? from : to;
+      IZORAudioProcess<float>* list[] = {stage.get()};
+      chain->BuildFromStages(2, kRate, true, list);
+    };
+    manager.Initialize(2, 2, kRate, 0, kLocationSfx);
+    const uint32_t fadeFrames = manager.GetCrossfade().GetFadeFrames();
+    ASSERT_EQ(manager.GetCrossfade().GetDelayFrames(), 0u);
+    ASSERT_TRUE(manager.SwitchState(ManagerState_Fading));
+    const std::vector<float> tone = Noise(2 * 480, 18);
+    for (uint32_t start = 0; start < fadeFrames + 960; start += 480) {
+      auto [output, frames] = RunBlock(manager, tone, 480, 480, 2);
+      ASSERT_EQ(frames, 480u);
+      for (uint32_t i = 0; i < 960; ++i) {
+        const uint32_t frame = start + i / 2;
+        const float gain = frame < fadeFrames ? ZORXFadeFunction::GainAt(frame, fadeFrames) : 1.0f;
+        const float expected =
+            frame < fadeFrames ? tone[i] * from * (1.0f - gain) + gain * (tone[i] * to) : tone[i] * to;
+        ASSERT_EQ(output[i], expected) << "frame " << frame;
+      }
+    }
+    EXPECT_EQ(manager.GetState(), ManagerState_Steady);
+  }
+}
+
 TEST(ZORAPOProcessManager, WorkerTurnsUpdatesIntoOneFadeAtATime) {
   ManualClock clock(1000);
   TestManager manager;
@@ -398,6 +434,22 @@ TEST(ZORAPOProcessManager, OffloadLocationsFlushOnlySilentBlocksButRestartTheSto
     RunBlock(manager, input, 480, 480, 2, /*silent=*/true);
     EXPECT_EQ(stage.frames, (std::vector<uint32_t>{480, 480, 480, 960, 480}));
     EXPECT_EQ(log.Count("was stale for 301 ms"), 1u);
+  }
+}
+
+// The capture APO's location, 0xFFFFFFFF, is no offload location: a stale
+// block flushes whatever the engine says of its silence.
+TEST(ZORAPOProcessManager, CaptureLocationFlushesEveryStaleBlock) {
+  for (const bool silent : {false, true}) {
+    RecordedManager recorded(true, 0xFFFFFFFFu);
+    RecordingStage& stage = recorded.Active();
+    const std::vector<float> input = Noise(960, 17);
+    ZORLogCapture log;
+    RunBlock(recorded.manager, input, 480, 480, 2);
+    recorded.clock.Advance(301);
+    RunBlock(recorded.manager, input, 480, 480, 2, silent);
+    EXPECT_EQ(stage.frames, (std::vector<uint32_t>{480, 960, 480})) << silent;
+    EXPECT_TRUE(log.Contains("was stale for 301 ms , APO location=-1\n"));
   }
 }
 

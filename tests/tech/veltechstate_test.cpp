@@ -4,10 +4,15 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <map>
+#include <memory>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "allocationcounter.h"
 #include "audio/zorapoprocesswrapper.h"
+#include "manager/zorapoprocessmanager.h"
 #include "techtesting.h"
 
 namespace {
@@ -127,6 +132,65 @@ TEST(VeltechState, WrappedProcessesAllocateNothingOnTheAudioThread) {
         EXPECT_EQ(counter.Count(), 0u) << "call " << call;
       }
     }
+  }
+}
+
+// The manager with veltech processes in its chains, fed host blocks wider,
+// narrower and as wide as its chains: once the first block, fade and flush
+// have sized its stores, neither steady state nor a fade nor a flush
+// allocates on the audio thread.
+TEST(VeltechState, AManagerWithWrappedProcessesAllocatesNothingOnTheAudioThread) {
+  ZORAPOProcessLibrary::SetModulePath(nullptr);
+  struct Builder : IZORAPOChainBuilder {
+    void BuildChain(ZORAPOProcessChain& chain) override {
+      auto& wrappers = chains[&chain];
+      std::vector<IZORAudioProcess<float>*> stages;
+      for (const char* techId : {"peq", "limiter", "widener"}) {
+        if (wrappers.size() < 3) {
+          wrappers.push_back(std::make_unique<ZORAPOProcessWrapper>());
+          EXPECT_TRUE(wrappers.back()->Load(techId, "X", "", 0));
+        }
+        stages.push_back(wrappers[stages.size()].get());
+      }
+      EXPECT_TRUE(chain.BuildFromStages(2, 48000, true, stages));
+    }
+    std::map<const ZORAPOProcessChain*, std::vector<std::unique_ptr<ZORAPOProcessWrapper>>> chains;
+  };
+  struct Clock : IZORPerformanceClock {
+    bool QueryCounter(int64_t& counter) override { return counter = now, true; }
+    bool QueryFrequency(int64_t& frequency) override { return frequency = 1000, true; }
+    std::atomic<int64_t> now{1000000};
+  };
+  for (const auto& [channelsIn, channelsOut] : {std::pair{2u, 2u}, {6u, 2u}, {1u, 8u}}) {
+    SCOPED_TRACE(testing::Message() << channelsIn << " to " << channelsOut);
+    Builder builder;  // outlives the manager, whose chains hold its wrappers
+    Clock clock;
+    ZORAPOProcessManager manager;
+    manager.SetClock(&clock);
+    manager.SetChainBuilder(&builder);
+    manager.Initialize(channelsIn, channelsOut, 48000, 0, 1);
+    const std::vector<float> input = Noise(480 * channelsIn, 0.5, 3);
+    std::vector<float> output(480 * channelsOut);
+    const auto block = [&](uint32_t frames) {
+      uint32_t in = frames, out = frames;
+      manager.Process(input.data(), &in, output.data(), &out, false);
+    };
+    const auto fade = [&] {
+      ASSERT_TRUE(manager.SwitchState(ManagerState_Fading));
+      for (uint32_t frames = 480; manager.GetState() != ManagerState_Steady; frames = frames % 479 + 1) {
+        block(frames);
+      }
+    };
+    const auto run = [&] {
+      for (const uint32_t frames : {480u, 441u, 1u, 256u, 480u}) block(frames);
+      fade();
+      clock.now += 400;
+      block(480);  // stale: flushes
+    };
+    run();  // sizes the stores
+    velapo::test::AllocationCounter allocations;
+    run();
+    EXPECT_EQ(allocations.Count(), 0u);
   }
 }
 

@@ -96,7 +96,7 @@ TEST(ZORAPOProcessLibrary, EnumeratesTheIdsOfTheModule) {
   {
     ModuleDirectory directory(techtest::TestModuleDirectory());
     TestModuleLog moduleLog;
-    const Ids testIds = {"probe", "probe-256", "refuse", "null", "fail-init", "sidechannel"};
+    const Ids testIds = {"probe", "probe-256", "refuse", "null", "fail-init", "sidechannel", "quietside"};
     EXPECT_EQ(ZORAPOProcessLibrary::EnumProcesses(), testIds);
     ZORAPOProcessLibrary library;
     Ids ids = {"stale"};

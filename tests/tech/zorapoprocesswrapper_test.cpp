@@ -7,7 +7,9 @@
 
 #include <algorithm>
 #include <memory>
+#include <utility>
 
+#include "allocationcounter.h"
 #include "audio/zorapoprocesschain.h"
 #include "support/zorlogcapture.h"
 #include "techtesting.h"
@@ -275,6 +277,31 @@ TEST_F(ZORAPOProcessWrapperTest, SideChannelReachesTheHooksOnlyAsALoneRoleSevenN
   side->Process(&block);
   EXPECT_EQ(m_log.Lines(), Lines{"process 64 inplace nohook roles 0 1"});
   EXPECT_EQ(readOnly.calls, 1);
+}
+
+// Init sizes all that the audio thread uses, so that even the first block of
+// any width, with its side channel, allocates nothing; a side channel longer
+// than Init prepared for reaches the hooks in parts.
+TEST_F(ZORAPOProcessWrapperTest, TheAudioThreadAllocatesNothingFromTheFirstBlock) {
+  struct FrameCounter : IZORAPOProcessWrapperHook {
+    void OnChannelData(ZORAPOProcessWrapper*, IZORAudioData<float>& data) override {
+      parts += 1;
+      frames += data.GetFrames();
+    }
+    uint32_t parts = 0, frames = 0;
+  } pre, post;
+  auto side = Make("quietside", "SIDE");
+  ASSERT_TRUE(side->Init(2, 48000));
+  side->SetHooks(&pre, &post);
+  for (const auto& [width, frames] : {std::pair{1u, 480u}, {2u, 480u}, {6u, 64u}, {24u, 480u}, {2u, 6000u}}) {
+    ZORAudioDataFloat block = Ramp(frames, std::vector<uint32_t>(width, 0));
+    velapo::test::AllocationCounter counter;
+    side->Process(&block);
+    EXPECT_EQ(counter.Count(), 0u) << width << " channels, " << frames << " frames";
+  }
+  EXPECT_EQ(pre.parts, 6u) << "6000 frames in parts of 4800";
+  EXPECT_EQ(pre.frames, 480u * 3 + 64 + 6000);
+  EXPECT_EQ(post.frames, pre.frames);
 }
 
 TEST_F(ZORAPOProcessWrapperTest, TransferStateAsksTheProcessOfThisWrapper) {

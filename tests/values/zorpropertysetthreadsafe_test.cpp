@@ -11,7 +11,10 @@
 namespace {
 
 std::u16string NameOf(int thread, int index) {
-  const std::string narrow = "t" + std::to_string(thread) + "-" + std::to_string(index);
+  // Built by appending: GCC 12 at -O3 reports a false -Wrestrict on
+  // "t" + std::to_string(...).
+  std::string narrow = "t";
+  narrow += std::to_string(thread) + "-" + std::to_string(index);
   return std::u16string(narrow.begin(), narrow.end());
 }
 

@@ -38,7 +38,7 @@ int Visit(dl_phdr_info* info, size_t, void* context) {
 
 }  // namespace
 
-std::u16string OwnModuleFileName(OwnModule module, bool) {
+std::u16string OwnModuleFileName(OwnModule module) {
   switch (module) {
     case OwnModule::Host:
       return u"libvelapo.so";

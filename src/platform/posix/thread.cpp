@@ -12,8 +12,8 @@
 
 namespace zor::os {
 
-// Co-owned by the Thread object and the thread itself, so a thread that is
-// given up (detached) never touches memory its former owner has freed.
+// Co-owned by the Thread object and the thread itself, so that a thread
+// left running by a destroyed Thread never touches freed memory.
 struct Thread::State {
   ThreadEntry entry = nullptr;
   void* arg = nullptr;
@@ -107,14 +107,12 @@ bool Thread::Terminate(uint32_t exitCode) {
     const std::lock_guard<std::mutex> lock(m_state->mutex);
     ended = m_state->ended;
   }
-  if (ended) {
-    m_state->thread.join();
-  } else {
-    m_state->thread.detach();
-  }
+  // A thread that has not ended stays held: POSIX can't kill it safely.
+  if (!ended) return false;
+  m_state->thread.join();
   m_lastExitCode = exitCode;
   m_state.reset();
-  return ended;
+  return true;
 }
 
 bool Thread::Holds() const { return m_state != nullptr; }

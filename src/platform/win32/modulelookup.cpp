@@ -9,14 +9,16 @@
 
 namespace zor::os {
 
-std::u16string OwnModuleFileName(OwnModule module, bool is64Bit) {
+static_assert(sizeof(void*) == 8, "the module names are those of a 64-bit build");
+
+std::u16string OwnModuleFileName(OwnModule module) {
   switch (module) {
     case OwnModule::Host:
-      return is64Bit ? u"velapo64.dll" : u"velapo32.dll";
+      return u"velapo64.dll";
     case OwnModule::Control:
-      return is64Bit ? u"velcnt64.dll" : u"velcnt32.dll";
+      return u"velcnt64.dll";
     case OwnModule::Tech:
-      return is64Bit ? u"veltech64.dll" : u"veltech32.dll";
+      return u"veltech64.dll";
   }
   return {};
 }
