@@ -11,6 +11,7 @@ packages=(
   libtinyxml2-dev libspeexdsp-dev                        # configuration and resampling
   g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix  # the Windows build
   wine wine64                                            # running it
+  gcovr                                                  # scripts/coverage.sh
 )
 
 missing=()

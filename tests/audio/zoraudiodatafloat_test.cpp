@@ -1,3 +1,5 @@
+// Audio blocks: interleaved and planar stores converted on demand, roles,
+// copies, borrowed memory, and no allocation for a size seen before.
 #include "audio/zoraudiodatafloat.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// The stage list: order, bypass, latency sum, Init results, removal.
 #include "audio/zoraudioprocesschain.h"
 
 #include <gtest/gtest.h>

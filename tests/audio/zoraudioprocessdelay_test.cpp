@@ -1,3 +1,5 @@
+// The delay stage: exact shifts across any block split, delay changes while
+// running, channels without lines, and no allocation.
 #include "audio/zoraudioprocessdelay.h"
 
 #include <gtest/gtest.h>
@@ -7,27 +9,17 @@
 #include <vector>
 
 #include "allocationcounter.h"
-#include "audio/zoraudiodatafloat.h"
+#include "audiotesting.h"
 
 namespace {
 
 using Floats = std::vector<float>;
 
-Floats Samples(ZORAudioDataFloat& block) {
-  const float* samples = block.GetData(false, true);
-  Floats out;
-  if (samples != nullptr) {
-    out.assign(samples, samples + block.GetSampleCount());
-  }
-  block.ReleaseData();
-  return out;
-}
+Floats Samples(ZORAudioDataFloat& block) { return velapo::test::Interleaved(block); }
 
 // Runs one interleaved block through the delay and returns what came out.
 Floats Through(ZORAudioProcessDelay& delay, Floats samples, uint32_t channels = 1) {
-  ZORAudioDataFloat block;
-  block.AssignMemory(samples.data(), static_cast<uint32_t>(samples.size() / channels), channels,
-                     true, 48000);
+  ZORAudioDataFloat block = velapo::test::Wrap(samples, channels);
   delay.Process(&block);
   return Samples(block);
 }

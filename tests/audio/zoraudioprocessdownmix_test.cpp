@@ -1,41 +1,29 @@
+// The in-place downmix: kernels bit for bit at every tail length, and the
+// stage's modes, bypass and channel checks.
 #include "audio/zoraudioprocessdownmix.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <random>
 #include <vector>
 
-#include "audio/zoraudiodatafloat.h"
+#include "audiotesting.h"
 #include "audio/zormixkernels.h"
 
 namespace {
 
 constexpr float k = 0.707f;
 
-std::vector<float> Noise(size_t count, uint32_t seed) {
-  std::mt19937 random(seed);
-  std::uniform_real_distribution<float> sample(-2.0f, 2.0f);
-  std::vector<float> out(count);
-  for (float& s : out) {
-    s = sample(random);
-  }
-  return out;
-}
+std::vector<float> Noise(size_t count, uint32_t seed) { return velapo::test::Noise(count, seed, 2.0f); }
 
 // Runs one interleaved block through the downmix, whose channel count must
 // stay, and returns what came out.
 std::vector<float> Through(ZORAudioProcessDownmix& downmix, const std::vector<float>& samples,
                            uint32_t channels) {
-  ZORAudioDataFloat block;
-  block.AssignMemory(samples.data(), static_cast<uint32_t>(samples.size() / channels), channels,
-                     true, 48000);
+  ZORAudioDataFloat block = velapo::test::Wrap(samples, channels);
   downmix.Process(&block);
   EXPECT_EQ(block.GetChannels(), channels);
-  const float* p = block.GetData(false, true);
-  std::vector<float> out(p, p + block.GetSampleCount());
-  block.ReleaseData();
-  return out;
+  return velapo::test::Interleaved(block);
 }
 
 }  // namespace
@@ -78,22 +66,14 @@ TEST(ZORAudioProcessDownmix, FoldsByModeAndKeepsTheChannelCount) {
   EXPECT_EQ(downmix.GetMode(), 1u);
   EXPECT_EQ(downmix.GetLatency(), 0u);
 
-  // All channels at 1.0: 2.414 in front, no limiting of any kind.
-  const std::vector<float> folded = Through(downmix, std::vector<float>(6 * 5, 1.0f), 6);
-  ASSERT_EQ(folded.size(), 30u);
-  for (uint32_t f = 0; f < 5; ++f) {
-    EXPECT_EQ(folded[f * 6], (1.0f + 1.0f) * k + 1.0f);
-    EXPECT_FLOAT_EQ(folded[f * 6 + 1], 2.414f);
-    for (int c = 2; c < 6; ++c) {
-      EXPECT_EQ(folded[f * 6 + c], 0.0f);
-    }
-  }
-
-  // The LFE alone never reaches the fold.
+  // The mode's kernel folds in place and leaves the channel count; the LFE
+  // never reaches the fold.
+  std::vector<float> frames = Noise(6 * 5, 3);
+  std::vector<float> expected = frames;
+  ZORMixInPlace51ToStereo(expected.data(), 5);
+  EXPECT_EQ(Through(downmix, frames, 6), expected);
   std::vector<float> lfe(6 * 3, 0.0f);
-  for (uint32_t f = 0; f < 3; ++f) {
-    lfe[f * 6 + 3] = 1.0f;
-  }
+  for (uint32_t f = 0; f < 3; ++f) lfe[f * 6 + 3] = 1.0f;
   EXPECT_EQ(Through(downmix, lfe, 6), std::vector<float>(18, 0.0f));
 
   // Too few channels for the mode, bypass, and an unknown mode leave the
@@ -107,13 +87,9 @@ TEST(ZORAudioProcessDownmix, FoldsByModeAndKeepsTheChannelCount) {
   downmix.SetMode(9);
   EXPECT_EQ(Through(downmix, six, 6), six);
 
-  // Stereo to mono of 1.0 and 1.0 gives 1.414; mono to both copies left.
   downmix.SetMode(ZORAudioProcessDownmix::Mode_StereoToMono);
-  const std::vector<float> mono = Through(downmix, {1.0f, 1.0f, 0.5f, -0.25f}, 2);
-  EXPECT_FLOAT_EQ(mono[0], 1.414f);
-  EXPECT_EQ(mono[1], 0.0f);
-  EXPECT_EQ(mono[2], (-0.25f + 0.5f) * k);
-
+  EXPECT_EQ(Through(downmix, {1.0f, 1.0f, 0.5f, -0.25f}, 2),
+            (std::vector<float>{(1.0f + 1.0f) * k, 0.0f, (-0.25f + 0.5f) * k, 0.0f}));
   downmix.SetMode(ZORAudioProcessDownmix::Mode_MonoToBoth);
   EXPECT_EQ(Through(downmix, {0.3f, -0.7f, 0.1f, 0.9f}, 2),
             (std::vector<float>{0.3f, 0.3f, 0.1f, 0.1f}));
@@ -148,6 +124,7 @@ TEST(ZORAudioProcessDownmix, PairModesWorkInPairsOnWiderBlocks) {
   }
 }
 
+// The downmix answers the control interface with nothing.
 TEST(ZORAudioProcessDownmix, OffersNoControls) {
   ZORAudioProcessDownmix downmix;
   std::vector<ZORUTSControlInfo> controls(3);

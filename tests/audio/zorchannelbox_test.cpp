@@ -1,3 +1,4 @@
+// Copies between blocks of different widths and lengths.
 #include "audio/zorchannelbox.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// Ring buffers: wrap-around, full and empty, views of any width in lockstep.
 #include "audio/zorringbuffer.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// Sample-rate conversion: formats taken and refused, streams alike in any
+// pieces, output bounds, and the resampler's format block byte for byte.
 #include "audio/zorsamplerateconvert.h"
 
 #include <gtest/gtest.h>

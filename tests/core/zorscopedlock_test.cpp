@@ -1,3 +1,4 @@
+// The scoped lock holds one level and lets go on an exception.
 #include "core/zorscopedlock.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// The performance counter runs forward at its frequency.
 #include "platform/clock.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// Debug output: sinks, nested captures, sink exchange racing writers, and
+// whole lines on standard error.
 #include "platform/debugoutput.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// Loading modules, finding exports and module paths.
 #include "platform/dynamiclibrary.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// Events: auto and manual reset, WaitAny, time-outs, lost wake-ups, and
+// destruction right after a wait.
 #include "platform/event.h"
 
 #include <gtest/gtest.h>

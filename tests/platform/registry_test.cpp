@@ -27,18 +27,9 @@ using namespace std::string_view_literals;
 
 namespace {
 
-// Generous bound for waits that must succeed; reaching it means a lost signal.
-constexpr uint32_t kMustNotTimeOutMs = 10000;
-
-std::vector<uint8_t> Utf16Bytes(std::u16string_view text, size_t terminators = 1) {
-  std::vector<uint8_t> bytes;
-  for (const char16_t unit : text) {
-    bytes.push_back(static_cast<uint8_t>(unit));
-    bytes.push_back(static_cast<uint8_t>(unit >> 8));
-  }
-  bytes.insert(bytes.end(), terminators * 2, 0);
-  return bytes;
-}
+using velapo::test::kMustNotTimeOutMs;
+using velapo::test::ReadStored;
+using velapo::test::Utf16Bytes;
 
 std::set<std::u16string> AllValueNames(RegKey& key) {
   std::set<std::u16string> names;
@@ -146,11 +137,10 @@ TEST_F(Registry, TextIsStoredAsGivenEvenWithoutItsTerminator) {
   const std::span<const uint8_t> unterminated = std::span(buffer).first(4);
   for (const RegType type : {RegType::Sz, RegType::ExpandSz, RegType::MultiSz}) {
     ASSERT_EQ(key.WriteValue(u"Value", type, unterminated), RegStatus::Ok);
-    RegType read = RegType::None;
-    std::vector<uint8_t> data;
-    ASSERT_EQ(key.ReadValue(u"Value", read, data), RegStatus::Ok);
-    EXPECT_EQ(read, type);
-    EXPECT_EQ(data, std::vector<uint8_t>(unterminated.begin(), unterminated.end()));
+    const auto stored = ReadStored(key, u"Value");
+    ASSERT_EQ(stored.status, RegStatus::Ok);
+    EXPECT_EQ(stored.type, type);
+    EXPECT_EQ(stored.data, std::vector<uint8_t>(unterminated.begin(), unterminated.end()));
   }
 }
 
@@ -171,9 +161,7 @@ TEST_F(Registry, ValueNamesIgnoreCaseKeepTheirFirstSpellingAndEnumerateOnce) {
 
   EXPECT_EQ(key.DeleteValue(u"gAIN"), RegStatus::Ok);
   EXPECT_EQ(key.DeleteValue(u"Gain"), RegStatus::NotFound);
-  RegType type = RegType::None;
-  std::vector<uint8_t> data;
-  EXPECT_EQ(key.ReadValue(u"Gain", type, data), RegStatus::NotFound);
+  EXPECT_EQ(ReadStored(key, u"Gain").status, RegStatus::NotFound);
   EXPECT_EQ(AllValueNames(key).size(), 4u);
 }
 
@@ -284,11 +272,10 @@ TEST_F(Registry, AWriteInAnotherProcessSignalsThisOne) {
                            {"write", area.Root(), area.NarrowPath(u"SHARED"), "Mode", "Movie"}));
   ASSERT_EQ(writer.Wait(kMustNotTimeOutMs * 3), 0);
   ASSERT_TRUE(changed.Wait(kMustNotTimeOutMs));
-  RegType type = RegType::None;
-  std::vector<uint8_t> data;
-  ASSERT_EQ(key.ReadValue(u"mode", type, data), RegStatus::Ok);
-  EXPECT_EQ(type, RegType::Sz);
-  EXPECT_EQ(data, Utf16Bytes(u"Movie"));
+  const auto stored = ReadStored(key, u"mode");
+  ASSERT_EQ(stored.status, RegStatus::Ok);
+  EXPECT_EQ(stored.type, RegType::Sz);
+  EXPECT_EQ(stored.data, Utf16Bytes(u"Movie"));
 }
 
 TEST_F(Registry, SecurityDescriptorTextIsUnderstoodAndNeedsWriteDac) {

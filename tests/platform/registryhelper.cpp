@@ -33,14 +33,8 @@ int Write(const std::string& key, const std::string& name, const std::string& te
       status != RegStatus::Ok) {
     return Fail("create", status);
   }
-  std::u16string wide = zor::os::Utf8ToUtf16(text);
-  std::vector<uint8_t> data;
-  for (const char16_t unit : wide) {
-    data.push_back(static_cast<uint8_t>(unit));
-    data.push_back(static_cast<uint8_t>(unit >> 8));
-  }
-  data.insert(data.end(), {0, 0});
-  const RegStatus status = opened.WriteValue(zor::os::Utf8ToUtf16(name), RegType::Sz, data);
+  const RegStatus status = opened.WriteValue(zor::os::Utf8ToUtf16(name), RegType::Sz,
+                                             velapo::test::Utf16Bytes(zor::os::Utf8ToUtf16(text)));
   return status == RegStatus::Ok ? 0 : Fail("write", status);
 }
 

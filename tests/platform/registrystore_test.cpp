@@ -36,7 +36,9 @@ using namespace std::string_view_literals;
 
 namespace {
 
-constexpr uint32_t kMustNotTimeOutMs = 10000;
+using velapo::test::kMustNotTimeOutMs;
+using velapo::test::ReadStored;
+using velapo::test::ValueNames;
 
 class RegistryStore : public ::testing::Test {
  protected:
@@ -221,10 +223,8 @@ TEST_F(RegistryStore, AnyNameStaysInsideItsKey) {
     ASSERT_EQ(key.ReadDword(names[i], number), RegStatus::Ok);
     EXPECT_EQ(number, i);
   }
-  std::set<std::u16string> listed;
+  EXPECT_EQ(ValueNames(key), std::set<std::u16string>(names.begin(), names.end()));
   std::u16string name;
-  for (uint32_t index = 0; key.EnumValue(index, name) == RegStatus::Ok; ++index) listed.insert(name);
-  EXPECT_EQ(listed, std::set<std::u16string>(names.begin(), names.end()));
   size_t keys = 0;
   for (uint32_t index = 0; key.EnumSubKey(index, name) == RegStatus::Ok; ++index) ++keys;
   EXPECT_EQ(keys, names.size() - 2);
@@ -266,26 +266,21 @@ TEST_F(RegistryStore, DamagedValueFileFailsCleanlyAndCanBeWrittenAgain) {
   PutFileBytes(file, bytes);
 
   RegType type = RegType::None;
-  std::vector<uint8_t> read;
   uint32_t size = 0;
-  EXPECT_EQ(key.ReadValue(u"Blob", type, read), RegStatus::InvalidData);
+  EXPECT_EQ(ReadStored(key, u"Blob").status, RegStatus::InvalidData);
   EXPECT_EQ(key.QueryValue(u"Blob", type, size), RegStatus::InvalidData);
   // Still listed, so a reader meets it and reports it rather than losing it.
-  std::set<std::u16string> listed;
-  std::u16string name;
-  for (uint32_t index = 0; key.EnumValue(index, name) == RegStatus::Ok; ++index) listed.insert(name);
-  EXPECT_EQ(listed, (std::set<std::u16string>{u"blob", u"Good"}));
+  EXPECT_EQ(ValueNames(key), (std::set<std::u16string>{u"blob", u"Good"}));
 
   PutFileBytes(file, {});
-  EXPECT_EQ(key.ReadValue(u"Blob", type, read), RegStatus::InvalidData);
+  EXPECT_EQ(ReadStored(key, u"Blob").status, RegStatus::InvalidData);
   fs::remove(file);
   fs::create_directory(file);
-  EXPECT_EQ(key.ReadValue(u"Blob", type, read), RegStatus::InvalidData);
+  EXPECT_EQ(ReadStored(key, u"Blob").status, RegStatus::InvalidData);
   fs::remove(file);
 
   ASSERT_EQ(key.WriteValue(u"Blob", RegType::Binary, data), RegStatus::Ok);
-  ASSERT_EQ(key.ReadValue(u"BLOB", type, read), RegStatus::Ok);
-  EXPECT_EQ(read, data);
+  EXPECT_EQ(ReadStored(key, u"BLOB").data, data);
 }
 
 TEST_F(RegistryStore, TemporariesOfDeadWritersAreSweptAndLiveOnesKept) {
@@ -415,11 +410,10 @@ TEST_F(RegistryStore, KilledWritersNeverLeaveATornValue) {
       const RegStatus listed = key.EnumValue(index, name);
       if (listed == RegStatus::NoMoreItems) break;
       ASSERT_EQ(listed, RegStatus::Ok);
-      RegType type = RegType::None;
-      std::vector<uint8_t> data;
-      ASSERT_EQ(key.ReadValue(name, type, data), RegStatus::Ok) << "kill " << kill;
-      ASSERT_EQ(type, RegType::Binary);
-      ASSERT_TRUE(velapo::test::CheckPattern(data).has_value()) << "torn value after kill " << kill;
+      const auto stored = ReadStored(key, name);
+      ASSERT_EQ(stored.status, RegStatus::Ok) << "kill " << kill;
+      ASSERT_EQ(stored.type, RegType::Binary);
+      ASSERT_TRUE(velapo::test::CheckPattern(stored.data).has_value()) << "torn value after kill " << kill;
     }
   }
   // What the killed writers left behind goes with the next open for writing.
@@ -456,18 +450,14 @@ TEST_F(RegistryStore, ConcurrentWritersLeaveOnlyValuesThatWereWritten) {
 
   RegKey key;
   ASSERT_EQ(RegKey::Open(area.Path(u"Race\\Deep\\Key"), zor::os::kKeyRead, key), RegStatus::Ok);
-  RegType type = RegType::None;
-  std::vector<uint8_t> data;
   for (uint32_t writer = 0; writer < kWriters; ++writer) {
-    ASSERT_EQ(key.ReadValue(u"Own" + zor::os::NarrowToWide(std::to_string(writer)), type, data),
-              RegStatus::Ok);
-    const auto stamp = velapo::test::CheckPattern(data);
+    const auto stamp = velapo::test::CheckPattern(
+        ReadStored(key, u"Own" + zor::os::NarrowToWide(std::to_string(writer))).data);
     ASSERT_TRUE(stamp.has_value());
     EXPECT_EQ(stamp->writer, writer);
     EXPECT_EQ(stamp->counter, kWrites - 1);  // its own last write
   }
-  ASSERT_EQ(key.ReadValue(u"Shared", type, data), RegStatus::Ok);
-  const auto shared = velapo::test::CheckPattern(data);
+  const auto shared = velapo::test::CheckPattern(ReadStored(key, u"Shared").data);
   ASSERT_TRUE(shared.has_value());
   EXPECT_LT(shared->writer, kWriters);
   EXPECT_EQ(shared->counter, kWrites - 1);  // someone's last write

@@ -1,3 +1,4 @@
+// UTF-8 and UTF-16: round trips, replacement of ill-formed text, bounds.
 #include "platform/text.h"
 
 #include <gtest/gtest.h>

@@ -82,23 +82,6 @@ TEST(VeltechState, CopyStateContinuesExactlyWhereTheOtherStands) {
   }
 }
 
-TEST(VeltechState, CopyStateGlidesFromTheOtherToItsOwnSettings) {
-  const uint32_t rate = 48000;
-  Veltech loud("gain"), quiet("gain");
-  ASSERT_TRUE(quiet.Set("Gain-Level", -2000));
-  ASSERT_TRUE(loud.Init(1, rate));
-  ASSERT_TRUE(quiet.Init(1, rate));
-  Channels dc{std::vector<float>(960, 0.5f)};
-  loud.RunAll(dc, 480);
-  ASSERT_TRUE(quiet.CopyStateFrom(loud));
-  Channels next{std::vector<float>(1920, 0.5f)};
-  quiet.RunAll(next, 480);
-  // It starts at the other's 0 dB and glides to its own -20 dB.
-  const double glideFrames = 0.020 * rate;
-  EXPECT_NEAR(next[0][0], 0.5, 0.5 * 0.9 / glideFrames * 1.001);
-  EXPECT_FLOAT_EQ(next[0][1919], 0.05f);
-}
-
 TEST(VeltechState, CopyStateRefusesWhatDoesntFit) {
   Veltech peq("peq"), gain("gain"), narrow("peq"), slow("peq"), unready("peq"), pass("passthrough"),
       pass2("passthrough");

@@ -1,3 +1,5 @@
+// Property sets in the settings store: blob and per-value layouts, loads,
+// auto-save, watchers, and a save in another process.
 #include "values/zorpropertysetregistry.h"
 
 #include <gtest/gtest.h>
@@ -22,22 +24,15 @@ using namespace std::string_view_literals;
 
 namespace {
 
-constexpr uint32_t kMustNotTimeOutMs = 10000;
+using velapo::test::kMustNotTimeOutMs;
+using velapo::test::ReadStored;
+using velapo::test::Utf16Bytes;
+
 // How long one round of a monitored test waits for its signal before it
 // writes again; a round that waits this long met the window between a
 // watcher's reload and its next arm, which the next write covers.
 constexpr uint32_t kRoundMs = 200;
 constexpr int kMaxRounds = 100;
-
-std::vector<uint8_t> Utf16Bytes(std::u16string_view text, size_t terminators = 1) {
-  std::vector<uint8_t> bytes;
-  for (const char16_t unit : text) {
-    bytes.push_back(static_cast<uint8_t>(unit));
-    bytes.push_back(static_cast<uint8_t>(unit >> 8));
-  }
-  bytes.insert(bytes.end(), terminators * 2, 0);
-  return bytes;
-}
 
 std::vector<uint8_t> Dword(uint32_t number) {
   return {static_cast<uint8_t>(number), static_cast<uint8_t>(number >> 8),
@@ -262,11 +257,9 @@ TEST_F(PropertySetRegistry, ValueLayoutStoresEachKindByTheTable) {
       {u"Array", RegType::Binary, {1, 2}},
   };
   for (const Expected& expected : table) {
-    RegType type = RegType::None;
-    std::vector<uint8_t> data;
-    ASSERT_EQ(key.ReadValue(expected.name, type, data), RegStatus::Ok);
-    EXPECT_EQ(type, expected.type) << std::string(expected.name.begin(), expected.name.end());
-    EXPECT_EQ(data, expected.data) << std::string(expected.name.begin(), expected.name.end());
+    const auto stored = ReadStored(key, expected.name);
+    EXPECT_EQ(stored.type, expected.type) << std::string(expected.name.begin(), expected.name.end());
+    EXPECT_EQ(stored.data, expected.data) << std::string(expected.name.begin(), expected.name.end());
   }
 
   // Read back, kinds do not survive: numbers become Long, text WString,
