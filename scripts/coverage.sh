@@ -14,7 +14,7 @@ jobs=${JOBS:-2}
 
 if [ "${1:-}" != "--report" ]; then
   [ -f "$build/CMakeCache.txt" ] ||
-    CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache cmake --preset coverage >/dev/null
+    cmake --preset coverage >/dev/null
   cmake --build --preset coverage -j "$jobs"
   find "$build" -name '*.gcda' -delete
   ctest --preset coverage -j "$jobs" --output-on-failure >"$build/ctest.log" 2>&1 ||

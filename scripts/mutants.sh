@@ -15,7 +15,7 @@ limit=${MUTANT_TIMEOUT:-240}
 pattern=${1:-}
 
 [ -f "$build/CMakeCache.txt" ] ||
-  CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache cmake --preset default >/dev/null
+  cmake --preset default >/dev/null
 
 backup=$(mktemp)
 mutated=""
