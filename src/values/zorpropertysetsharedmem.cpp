@@ -41,8 +41,12 @@ bool ZORPropertySetSharedMem::Open(std::u16string_view name, uint32_t size) {
 }
 
 void ZORPropertySetSharedMem::AcquireMutex() {
-  if (m_mutex.IsOpen()) return;
   const std::u16string mutexName = m_name + std::u16string(kMutexSuffix);
+  // A set moved to another block (tuned settings follow the mode) must lock
+  // that block's writers out, not the ones of the block it left.
+  if (m_mutex.IsOpen() && mutexName == m_mutexName) return;
+  m_mutex.Close();
+  m_mutexName = mutexName;
   if (m_mutex.Create(mutexName) == zor::os::NamedMutex::OpenStatus::AccessDenied) {
     ZOR_LOG("Access denied acquiring mutex during create.\n");
     m_mutex.OpenExisting(mutexName);

@@ -55,9 +55,9 @@ class ZORPropertySetSharedMem : public ZORSharedMemory {
   // Without a set, Read and Write leave block and set alone and answer 0.
   virtual void SetPropertySet(ZORPropertySet* set);
   // Lets go of any block held, then creates or joins the block `name` of
-  // `size` bytes (0: kDefaultSize), maps it and opens its mutex if none is
-  // open yet. True once the block is mapped, even without a mutex: Read and
-  // Write then answer ZOR_SHM_ERROR_MUTEX.
+  // `size` bytes (0: kDefaultSize), maps it and opens its mutex unless the
+  // one of this name is open already. True once the block is mapped, even
+  // without a mutex: Read and Write then answer ZOR_SHM_ERROR_MUTEX.
   virtual bool Open(std::u16string_view name, uint32_t size);
   // The name of the block held, empty before a successful Open.
   virtual const std::u16string& GetName() const;
@@ -88,5 +88,6 @@ class ZORPropertySetSharedMem : public ZORSharedMemory {
 
   ZORPropertySet* m_pSet = nullptr;
   std::u16string m_name;
+  std::u16string m_mutexName;
   zor::os::NamedMutex m_mutex;
 };

@@ -129,8 +129,12 @@ TEST(ZORPropertySetSharedMem, WriteFitsABlobOfTheBlockSizeMinusFourAndNoMore) {
   EXPECT_EQ(block.Bytes()[4], before[4]);  // and leaves the rest
 }
 
+// The block is first opened under another name: a set that moves to another
+// block must wait for that block's mutex, not keep the one it left.
 TEST(ZORPropertySetSharedMem, ReadGivesUpOnAMutexHeldLongerThanHalfASecond) {
   Block block(UniqueName());
+  block.name = UniqueName();
+  ASSERT_TRUE(block.shared.Open(block.name, 0));
   std::atomic<int> stage{0};
   std::thread holder([&] {
     NamedMutex mutex;
