@@ -9,16 +9,12 @@
 // signal with the CLOCK_MONOTONIC time it woke, a clock both processes share.
 #include <benchmark/benchmark.h>
 
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -26,61 +22,16 @@
 #include "platform/event.h"
 #include "platform/registry.h"
 #include "platform/dynamiclibrary.h"
-
-extern char** environ;
+#include "../support/crossprocessbench.h"
 
 namespace {
+
+using namespace velapo::bench;
 
 using zor::os::RegKey;
 using zor::os::RegStatus;
 
 constexpr char16_t kKeyPath[] = u"Software\\VelapoBench";
-
-int64_t MonotonicNs() {
-  timespec now{};
-  ::clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<int64_t>(now.tv_sec) * 1000000000 + now.tv_nsec;
-}
-
-bool ReadAll(int fd, void* data, size_t size) {
-  auto* bytes = static_cast<uint8_t*>(data);
-  while (size > 0) {
-    const ssize_t got = ::read(fd, bytes, size);
-    if (got <= 0) return false;
-    bytes += got;
-    size -= static_cast<size_t>(got);
-  }
-  return true;
-}
-
-bool WriteAll(int fd, const void* data, size_t size) {
-  return ::write(fd, data, size) == static_cast<ssize_t>(size);
-}
-
-// A store root of its own under `base`, removed at the end.
-class BenchRoot {
- public:
-  explicit BenchRoot(const std::filesystem::path& base) {
-    std::string pattern = (base / "velapo-bench-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) != nullptr) m_root = pattern;
-    zor::os::SetRegistryRoot(m_root);
-  }
-  ~BenchRoot() {
-    std::error_code ignored;
-    if (!m_root.empty()) std::filesystem::remove_all(m_root, ignored);
-  }
-  const std::string& Path() const { return m_root; }
-  bool Ok() const { return !m_root.empty(); }
-
- private:
-  std::string m_root;
-};
-
-std::filesystem::path BaseFor(int64_t where) {
-  return where == 0 ? std::filesystem::temp_directory_path() : std::filesystem::path("/dev/shm");
-}
-
-const char* LabelFor(int64_t where) { return where == 0 ? "temp directory" : "/dev/shm"; }
 
 // The watcher process: arm, say ready, wait, answer the wake-up time; until
 // the writer closes the pipe.
@@ -92,48 +43,10 @@ int RunWatcher(const std::string& root) {
   if (RegKey::Open(kKeyPath, zor::os::kKeyRead, key) != RegStatus::Ok) return 3;
   for (;;) {
     if (key.NotifyChange(false, zor::os::kNotifyChangeLastSet, changed) != RegStatus::Ok) return 3;
-    const char ready = 'r';
-    if (!WriteAll(STDOUT_FILENO, &ready, 1)) return 0;
-    if (!changed.Wait(10000)) return 0;  // the writer is gone
-    const int64_t woke = MonotonicNs();
-    if (!WriteAll(STDOUT_FILENO, &woke, sizeof(woke))) return 0;
+    if (!SayReady()) return 0;
+    if (!changed.Wait(10000) || !SayWoke()) return 0;  // the writer is gone
   }
 }
-
-class Watcher {
- public:
-  Watcher(const std::string& self, const std::string& root) {
-    int fromChild[2] = {-1, -1};
-    if (::pipe2(fromChild, O_CLOEXEC) != 0) return;
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, fromChild[1], STDOUT_FILENO);
-    std::vector<std::string> args = {self, "--watcher", root};
-    std::vector<char*> argv;
-    for (std::string& arg : args) argv.push_back(arg.data());
-    argv.push_back(nullptr);
-    if (::posix_spawn(&m_pid, self.c_str(), &actions, nullptr, argv.data(), environ) != 0) {
-      m_pid = -1;
-    }
-    posix_spawn_file_actions_destroy(&actions);
-    ::close(fromChild[1]);
-    m_fd = fromChild[0];
-  }
-  ~Watcher() {
-    if (m_fd >= 0) ::close(m_fd);
-    if (m_pid > 0) ::waitpid(m_pid, nullptr, 0);
-  }
-  bool Ok() const { return m_pid > 0 && m_fd >= 0; }
-  bool WaitReady() {
-    char ready = 0;
-    return ReadAll(m_fd, &ready, 1) && ready == 'r';
-  }
-  bool WokeAt(int64_t& when) { return ReadAll(m_fd, &when, sizeof(when)); }
-
- private:
-  pid_t m_pid = -1;
-  int m_fd = -1;
-};
 
 std::string g_self;
 
@@ -145,7 +58,7 @@ void BM_WriteToSignalInAnotherProcess(benchmark::State& state) {
     state.SkipWithError("no store");
     return;
   }
-  Watcher watcher(g_self, root.Path());
+  ReportingChild watcher(g_self, "--watcher", root.Path());
   if (!watcher.Ok()) {
     state.SkipWithError("no watcher process");
     return;
@@ -168,16 +81,7 @@ void BM_WriteToSignalInAnotherProcess(benchmark::State& state) {
     state.SetIterationTime(seconds);
     latenciesUs.push_back(seconds * 1e6);
   }
-  if (latenciesUs.empty()) return;
-  std::sort(latenciesUs.begin(), latenciesUs.end());
-  const auto at = [&](double fraction) {
-    return latenciesUs[static_cast<size_t>(fraction * static_cast<double>(latenciesUs.size() - 1))];
-  };
-  state.counters["p10_us"] = at(0.10);
-  state.counters["median_us"] = at(0.50);
-  state.counters["p90_us"] = at(0.90);
-  state.counters["p99_us"] = at(0.99);
-  state.counters["max_us"] = latenciesUs.back();
+  ReportLatencies(state, std::move(latenciesUs));
 }
 BENCHMARK(BM_WriteToSignalInAnotherProcess)
     ->Arg(0)

@@ -11,10 +11,6 @@
 // and counts the sample as missed instead of timing it.
 #include <benchmark/benchmark.h>
 
-#include <fcntl.h>
-#include <poll.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -22,7 +18,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <filesystem>
 #include <string>
 #include <thread>
@@ -33,10 +28,11 @@
 #include "platform/dynamiclibrary.h"
 #include "platform/event.h"
 #include "platform/registry.h"
-
-extern char** environ;
+#include "../support/crossprocessbench.h"
 
 namespace {
+
+using namespace velapo::bench;
 
 constexpr char16_t kKeyPath[] = u"Software\\VEL\\APO\\{B3F8FA53-0004-438E-9003-51A46E139BFC}";
 constexpr GUID kEndpoint = {0xB3F8FA53, 0x0004, 0x438E, {0x90, 0x03, 0x51, 0xA4, 0x6E, 0x13, 0x9B, 0xFC}};
@@ -52,42 +48,6 @@ ZORAPOOperatingMode MusicMode() {
   return mode;
 }
 
-int64_t MonotonicNs() {
-  timespec now{};
-  ::clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<int64_t>(now.tv_sec) * 1000000000 + now.tv_nsec;
-}
-
-bool ReadAll(int fd, void* data, size_t size) {
-  auto* bytes = static_cast<uint8_t*>(data);
-  while (size > 0) {
-    const ssize_t got = ::read(fd, bytes, size);
-    if (got <= 0) return false;
-    bytes += got;
-    size -= static_cast<size_t>(got);
-  }
-  return true;
-}
-
-// A store root of its own under `base`, removed at the end.
-class BenchRoot {
- public:
-  explicit BenchRoot(const std::filesystem::path& base) {
-    std::string pattern = (base / "velapo-bench-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) != nullptr) m_root = pattern;
-    zor::os::SetRegistryRoot(m_root);
-  }
-  ~BenchRoot() {
-    std::error_code ignored;
-    if (!m_root.empty()) std::filesystem::remove_all(m_root, ignored);
-  }
-  const std::string& Path() const { return m_root; }
-  bool Ok() const { return !m_root.empty(); }
-
- private:
-  std::string m_root;
-};
-
 // The reader process: open, say ready, answer each signal; until the writer
 // closes the pipe.
 int RunReader(const std::string& root) {
@@ -95,60 +55,17 @@ int RunReader(const std::string& root) {
   zor::os::Event changed(zor::os::EventReset::Auto);
   ZORAPOPublicSettingsReader reader;
   if (!reader.Open(kEndpoint, kKeyPath, MusicMode(), &changed)) return 3;
-  const char ready = 'r';
-  if (::write(STDOUT_FILENO, &ready, 1) != 1) return 0;
+  if (!SayReady()) return 0;
   for (;;) {
-    if (!changed.Wait(10000)) return 0;  // the writer is gone
-    const int64_t woke = MonotonicNs();
-    if (::write(STDOUT_FILENO, &woke, sizeof(woke)) != sizeof(woke)) return 0;
+    if (!changed.Wait(10000) || !SayWoke()) return 0;  // the writer is gone
   }
 }
-
-class ReaderProcess {
- public:
-  ReaderProcess(const std::string& self, const std::string& root) {
-    int fromChild[2] = {-1, -1};
-    if (::pipe2(fromChild, O_CLOEXEC) != 0) return;
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, fromChild[1], STDOUT_FILENO);
-    std::vector<std::string> args = {self, "--reader", root};
-    std::vector<char*> argv;
-    for (std::string& arg : args) argv.push_back(arg.data());
-    argv.push_back(nullptr);
-    if (::posix_spawn(&m_pid, self.c_str(), &actions, nullptr, argv.data(), environ) != 0) {
-      m_pid = -1;
-    }
-    posix_spawn_file_actions_destroy(&actions);
-    ::close(fromChild[1]);
-    m_fd = fromChild[0];
-  }
-  ~ReaderProcess() {
-    if (m_fd >= 0) ::close(m_fd);
-    if (m_pid > 0) ::waitpid(m_pid, nullptr, 0);
-  }
-  bool Ok() const { return m_pid > 0 && m_fd >= 0; }
-  bool WaitReady() {
-    char ready = 0;
-    return ReadAll(m_fd, &ready, 1) && ready == 'r';
-  }
-  // The next wake-up time; false after the time-out.
-  bool WokeAt(int64_t& when, int timeoutMs) {
-    pollfd entry{m_fd, POLLIN, 0};
-    return ::poll(&entry, 1, timeoutMs) == 1 && ReadAll(m_fd, &when, sizeof(when));
-  }
-
- private:
-  pid_t m_pid = -1;
-  int m_fd = -1;
-};
 
 std::string g_self;
 
 void BM_WriteControlToReaderEventInAnotherProcess(benchmark::State& state) {
-  const bool inMemory = state.range(0) != 0;
-  state.SetLabel(inMemory ? "/dev/shm" : "temp directory");
-  BenchRoot root(inMemory ? std::filesystem::path("/dev/shm") : std::filesystem::temp_directory_path());
+  state.SetLabel(LabelFor(state.range(0)));
+  BenchRoot root(BaseFor(state.range(0)));
   zor::os::RegKey key;
   ZORAPOPublicSettings settings;
   if (!root.Ok() ||
@@ -157,7 +74,7 @@ void BM_WriteControlToReaderEventInAnotherProcess(benchmark::State& state) {
     state.SkipWithError("no store");
     return;
   }
-  ReaderProcess reader(g_self, root.Path());
+  ReportingChild reader(g_self, "--reader", root.Path());
   if (!reader.Ok() || !reader.WaitReady()) {
     state.SkipWithError("no reader process");
     return;
@@ -185,14 +102,7 @@ void BM_WriteControlToReaderEventInAnotherProcess(benchmark::State& state) {
     state.SetIterationTime(seconds);
     latenciesUs.push_back(seconds * 1e6);
   }
-  if (latenciesUs.empty()) return;
-  std::sort(latenciesUs.begin(), latenciesUs.end());
-  const auto at = [&](double fraction) {
-    return latenciesUs[static_cast<size_t>(fraction * static_cast<double>(latenciesUs.size() - 1))];
-  };
-  state.counters["median_us"] = at(0.50);
-  state.counters["p99_us"] = at(0.99);
-  state.counters["max_us"] = latenciesUs.back();
+  ReportLatencies(state, std::move(latenciesUs));
   state.counters["missed"] = missed;
 }
 BENCHMARK(BM_WriteControlToReaderEventInAnotherProcess)
