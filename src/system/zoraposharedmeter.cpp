@@ -36,8 +36,12 @@ bool ZORAPOSharedMeter::OpenCreateNamed(std::u16string_view blockName) {
     Close();
     return false;
   }
-  if (!m_mutex.IsOpen()) {
-    const std::u16string mutexName = std::u16string(blockName) + std::u16string(kMutexSuffix);
+  // A meter reopened under another name (another endpoint) must share the
+  // mutex of its new block's readers, not keep the one it left.
+  const std::u16string mutexName = std::u16string(blockName) + std::u16string(kMutexSuffix);
+  if (!m_mutex.IsOpen() || mutexName != m_mutexName) {
+    m_mutex.Close();
+    m_mutexName = mutexName;
     if (m_mutex.Create(mutexName) == zor::os::NamedMutex::OpenStatus::AccessDenied) {
       ZOR_LOG("Access denied acquiring mutex during create.\n");
       m_mutex.OpenExisting(mutexName);

@@ -46,8 +46,8 @@ class ZORAPOSharedMeter : public ZORSharedMemory {
   ~ZORAPOSharedMeter() override;
 
   // Creates or joins the block of this endpoint and index, maps it and opens
-  // its mutex if none is open yet (a mutex from before is kept). True when
-  // both a view and a mutex are held.
+  // its mutex unless the one of this name is open already. True when both a
+  // view and a mutex are held.
   virtual bool OpenCreate(const ZORAPOEndpointInfo& info, uint32_t index);
   virtual bool IsOpen() const;
   // Writing (`read` false): per channel, the block keeps the larger of its
@@ -71,5 +71,6 @@ class ZORAPOSharedMeter : public ZORSharedMemory {
   // else for this once, and is given back.
   bool TakeMutex(uint32_t timeoutMs);
 
+  std::u16string m_mutexName;
   zor::os::NamedMutex m_mutex;
 };

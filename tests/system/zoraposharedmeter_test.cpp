@@ -85,8 +85,14 @@ TEST(ZORAPOSharedMeter, NamesTheBlockFromTheDisplayNameAndTheIndex) {
   EXPECT_EQ(name, u"Global\\ZOR__Meter_12");
 }
 
+// The meter is first opened under another name: reopened, it must take the
+// new block's mutex, not keep the one it left.
 TEST(ZORAPOSharedMeter, AWriterDropsItsReadingWhileAnotherHasTheMutex) {
   Meter meter;
+  Meter moved;
+  meter.meter.Close();
+  meter.name = moved.name;
+  ASSERT_TRUE(meter.meter.OpenCreateNamed(meter.name));
   std::atomic<int> stage{0};
   std::thread other([&] {
     zor::os::NamedMutex mutex;
