@@ -134,11 +134,6 @@ BENCHMARK(BM_ReadValue)->Arg(512)->Arg(65536)->Unit(benchmark::kMicrosecond);
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc == 3 && std::strcmp(argv[1], "--watcher") == 0) return RunWatcher(argv[2]);
-  g_self = zor::os::ExecutablePath().string();
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  return 0;
+  return velapo::bench::CrossProcessBenchMain(argc, argv, "--watcher", RunWatcher, g_self,
+                                              zor::os::ExecutablePath().string());
 }

@@ -115,11 +115,6 @@ BENCHMARK(BM_WriteControlToReaderEventInAnotherProcess)
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc == 3 && std::strcmp(argv[1], "--reader") == 0) return RunReader(argv[2]);
-  g_self = zor::os::ExecutablePath().string();
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  return 0;
+  return velapo::bench::CrossProcessBenchMain(argc, argv, "--reader", RunReader, g_self,
+                                              zor::os::ExecutablePath().string());
 }

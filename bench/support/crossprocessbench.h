@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <string>
@@ -138,6 +139,20 @@ inline void ReportLatencies(benchmark::State& state, std::vector<double> latenci
   state.counters["p90_us"] = at(0.90);
   state.counters["p99_us"] = at(0.99);
   state.counters["max_us"] = latenciesUs.back();
+}
+
+// main() of a cross-process benchmark: `self role root` runs the child's
+// side, anything else the benchmarks, which start children through `self`.
+inline int CrossProcessBenchMain(int argc, char** argv, const char* role,
+                                 int (*runChild)(const std::string& root), std::string& self,
+                                 const std::string& executable) {
+  if (argc == 3 && std::strcmp(argv[1], role) == 0) return runChild(argv[2]);
+  self = executable;
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  return 0;
 }
 
 }  // namespace velapo::bench

@@ -167,18 +167,17 @@ bool ZORAPOEndpointInfo::SetDevice(IMMDevice* device, bool isRender) {
 }
 
 std::u16string ZORAPOEndpointInfo::GetPropertiesPath() const {
-  std::u16string path(kMMDevicesAudioPath);
-  path += m_bIsRender ? u"Render\\" : u"Capture\\";
-  path += m_endpointGuid.Text();
-  path += u"\\Properties";
-  return path;
+  return GetDeviceKeyPath() + u"\\Properties";
 }
 
 std::u16string ZORAPOEndpointInfo::GetFxPropertiesPath() const {
+  return GetDeviceKeyPath() + u"\\FxProperties";
+}
+
+std::u16string ZORAPOEndpointInfo::GetDeviceKeyPath() const {
   std::u16string path(kMMDevicesAudioPath);
   path += m_bIsRender ? u"Render\\" : u"Capture\\";
   path += m_endpointGuid.Text();
-  path += u"\\FxProperties";
   return path;
 }
 

@@ -79,6 +79,8 @@ class ZORAPOEndpointInfo {
   // The endpoint's property keys in the store.
   std::u16string GetPropertiesPath() const;
   std::u16string GetFxPropertiesPath() const;
+  // The endpoint's own key under MMDevices\Audio, parent of the two above.
+  std::u16string GetDeviceKeyPath() const;
 
   IMMDevice* GetDevice() const { return m_device.Get(); }
   const ZORGuidText& GetEndpointGuid() const { return m_endpointGuid; }
