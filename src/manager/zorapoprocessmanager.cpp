@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cstring>
 
+#include "audio/zorapoworkspace.h"
 #include "core/zorlog.h"
 #include "core/zorscopedlock.h"
+#include "manager/zorapolatencycalculator.h"
 
 namespace {
 
@@ -37,6 +39,30 @@ void ZORAPOProcessManager::SetClock(IZORPerformanceClock* clock) {
   m_lastProcess.Start(*m_pClock);
 }
 
+bool ZORAPOProcessManager::SetEndpointInfo(const ZORAPOEndpointInfo& info, uint32_t apoloc) {
+  m_worker.Stop(0);
+  m_apoLocation = apoloc;
+  ZORAPOConfigurationFile config;
+  if (config.Load(info.GetConfigPath(), 0, apoloc) != ZORAPOConfigurationFile::kStatusOk) {
+    return false;
+  }
+  m_config = std::move(config);
+  m_endpoint = info;
+  m_bRenderEndpoint = info.IsRender();
+  m_bBound = true;
+  return true;
+}
+
+void ZORAPOProcessManager::CalculateLatency() {
+  m_latency = 0;
+  if (!m_bBound || m_pChainBuilder != nullptr) {
+    return;
+  }
+  ZORAPOLatencyCalculator calculator;
+  calculator.Calculate(m_endpoint, m_config.GetOperatingModes(), kLatencyRate);
+  m_latency = static_cast<int64_t>(calculator.GetResult());
+}
+
 bool ZORAPOProcessManager::Initialize(uint32_t chIn, uint32_t chOut, uint32_t nSampleRate,
                                       uint32_t contentIndex, uint32_t apoloc) {
   m_apoLocation = apoloc;
@@ -47,6 +73,7 @@ bool ZORAPOProcessManager::Initialize(uint32_t chIn, uint32_t chOut, uint32_t nS
   m_nChannelsOut = chOut;
   m_nSampleRate = nSampleRate;
   m_bInFadeChain = false;
+  CalculateLatency();
 
   // The flush buffer is made here, off the audio thread, at the size the
   // stale test will ask for.
@@ -83,13 +110,28 @@ void ZORAPOProcessManager::PrepareChains() {
   m_xfade.Init(m_nSampleRate, kFadeTime, static_cast<uint64_t>(GetLatency()));
 }
 
+bool ZORAPOProcessManager::ChooseMode(ZORAPOOperatingMode& mode) const {
+  return m_config.FindMode(m_config.GetDefaultMode(), mode);
+}
+
 void ZORAPOProcessManager::UpdateWorkspace(ZORAPOProcessChain* chain) {
-  // Until chains are constructed from the endpoint's configuration, only a
-  // builder makes them; without one every chain stays unbuilt and passes
-  // audio on its bypass path.
   if (m_pChainBuilder != nullptr) {
     m_pChainBuilder->BuildChain(*chain);
+    return;
   }
+  // Without an endpoint or a mode the chain stays unbuilt and passes audio
+  // on its bypass path.
+  bool built = false;
+  ZORAPOWorkspace workspace;
+  if (m_bBound && ChooseMode(workspace.mode)) {
+    workspace.endpoint = m_endpoint;
+    workspace.inputLayout = LayoutFromChannels(m_nChannelsIn);
+    workspace.outputLayout = LayoutFromChannels(m_nChannelsOut);
+    workspace.sampleRate = m_nSampleRate;
+    chain->SetMinLatency(static_cast<uint64_t>(GetLatency()));
+    built = chain->ConstructChain(workspace, m_apoLocation) && chain->IsBuilt();
+  }
+  chain->SetChainBypass(!built);
 }
 
 // Steady -> Fading: the prepared chain starts to fade in, the spare becomes

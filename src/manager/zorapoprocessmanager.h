@@ -1,18 +1,21 @@
 #pragma once
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "audio/zorapoprocesschain.h"
 #include "audio/zoraudiodatafloat.h"
 #include "audio/zorxfadefunction.h"
+#include "config/zorapoconfigurationfile.h"
 #include "core/zorthreadbasic.h"
 #include "manager/zortimedelta.h"
 #include "platform/criticalsection.h"
 #include "platform/event.h"
+#include "system/zorapoendpointinfo.h"
 
 // Builds a chain for the manager's stream. The manager builds its chains from
-// the endpoint's configuration; an embedder that runs stages of its own puts
-// a builder in instead. Called on the configuration thread in Initialize, on
+// the endpoint's configuration; an embedder that runs stages of its own
+// (the tech module's state tests do) puts a builder in instead. Called on the configuration thread in Initialize, on
 // the worker, and on the audio thread when a stale stream refreshes the chain
 // being faded in; never on a chain that plays.
 class IZORAPOChainBuilder {
@@ -51,10 +54,19 @@ class ZORAPOProcessManager {
   static constexpr uint32_t kLocationOsfx = 4;
   static constexpr uint32_t kLocationOmfx = 5;
 
+  // The rate every candidate chain is measured at, whatever the stream's.
+  static constexpr uint32_t kLatencyRate = 44100;
+
   ZORAPOProcessManager();
   ~ZORAPOProcessManager();
   ZORAPOProcessManager(const ZORAPOProcessManager&) = delete;
   ZORAPOProcessManager& operator=(const ZORAPOProcessManager&) = delete;
+
+  // Binds the manager to an endpoint: loads the configuration file the
+  // endpoint names for APO location `apoloc` and keeps a copy of `info`.
+  // False, leaving the binding as it was, when the file does not load.
+  // Configuration thread, before Initialize.
+  bool SetEndpointInfo(const ZORAPOEndpointInfo& info, uint32_t apoloc);
 
   // Binds the manager to a stream format and (re)starts it: stops the worker,
   // prepares the chains, starts the worker. Always true. Configuration thread.
@@ -123,8 +135,16 @@ class ZORAPOProcessManager {
   // Turns each update request into a crossfade. Worker thread.
   bool RunWorker(zor::os::Event& stopEvent);
 
-  // Builds `chain` for the stream's current settings.
+  // Builds `chain` for the stream's current settings: fills the workspace
+  // from the endpoint, the chosen mode and the stream format, and hands it
+  // to ConstructChain. Runs on the worker for the prepared chain and, after
+  // a stale gap, on the audio thread for the chain fading in: both only
+  // read the binding (fixed while the worker runs) and build a chain of
+  // their own.
   void UpdateWorkspace(ZORAPOProcessChain* chain);
+  // The mode to build: the configuration's default for now.
+  bool ChooseMode(ZORAPOOperatingMode& mode) const;
+  void CalculateLatency();
 
   // The blocks of one Process call. Their stores keep their capacity, so
   // steady state allocates nothing; the flush nests one call, which gets the
@@ -171,6 +191,10 @@ class ZORAPOProcessManager {
   uint32_t m_processDepth = 0;
   std::vector<float> m_flushBuffer;  // sized by Initialize, so a flush allocates nothing
   IZORAPOChainBuilder* m_pChainBuilder = nullptr;
+  // The binding: read-only while the worker runs.
+  ZORAPOEndpointInfo m_endpoint;
+  ZORAPOConfigurationFile m_config;
+  bool m_bBound = false;
   Worker m_workerBody{*this};
   ZORThreadBasic m_worker;
 };
