@@ -358,7 +358,7 @@ void ZORAPOProcessChain::UpdateLatency() {
   m_delay.SetDelay(0);
   const uint32_t rate = m_internalRate != 0 ? m_internalRate : m_sampleRate;
   m_latencyFrames = FramesOfTime(m_minLatency, rate);
-  const uint32_t natural = m_resample.GetLatency();
+  const uint32_t natural = GetNaturalLatency();
   uint32_t padFrames = 0;
   if (m_latencyFrames > natural) {
     // The pad runs at the stream's rate, after the way back.
@@ -375,13 +375,18 @@ uint64_t ZORAPOProcessChain::GetLatencyTime() const {
   if (rate == 0) {
     return 0;
   }
-  return static_cast<uint64_t>(m_latencyFrames) * kTimeUnitsPerSecond / rate;
+  // Rounded up, so that the figure turns back into the same frame count at
+  // this rate: every chain of the stream then pads to exactly one length.
+  const uint64_t units = static_cast<uint64_t>(m_latencyFrames) * kTimeUnitsPerSecond;
+  return (units + rate - 1) / rate;
 }
 
-uint32_t ZORAPOProcessChain::GetProcessLatency() const {
-  uint32_t frames = 0;
+uint32_t ZORAPOProcessChain::GetNaturalLatency() const {
+  // The stages report their block adaption; the processes' own delay (a
+  // limiter's look-ahead) comes on top.
+  uint32_t frames = m_resample.GetLatency();
   for (const ZORAPOProcessWrapper* wrapper : m_wrappers) {
-    frames += wrapper->GetTotalLatency();
+    frames += wrapper->GetTotalLatency() - wrapper->ZORAudioProcessBlock::GetLatency();
   }
   return frames;
 }

@@ -127,6 +127,7 @@ class ZORAPOProcessChain : public IZORAPOProcessWrapperHook {
   ZORAPOProcessWrapper* GetProcess(size_t index) const { return m_wrappers[index]; }
   // The values sent last, and the chain's own controls of the current build.
   const ZORUTSValueList& GetAppliedValues() const { return m_appliedValues; }
+  const ZORAPOEndpointInfo& GetEndpoint() const { return m_endpoint; }
   uint32_t GetChainChannels() const { return m_chainChannels; }
   uint32_t GetInternalRate() const { return m_internalRate; }
   uint32_t GetSampleRate() const { return m_sampleRate; }
@@ -144,8 +145,9 @@ class ZORAPOProcessChain : public IZORAPOProcessWrapperHook {
   // Latency of the tuned path in frames at GetRate(): the stages', plus the
   // resampler's cushion when the chain resamples.
   uint32_t GetTunedLatency() const { return m_resample.GetLatency(); }
-  // The wrappers' latency alone, in frames at GetRate().
-  uint32_t GetProcessLatency() const;
+  // What the tuned path delays by itself, in frames at GetRate(): the
+  // stages' block adaption, the processes' own delay and the cushion.
+  uint32_t GetNaturalLatency() const;
 
   // Endpoint direction of the current build; capture chains feed the pipe.
   bool IsRenderEndpoint() const { return m_bRender; }
