@@ -172,6 +172,9 @@ bool ZORAPOProcessChain::IsSameBuild(const ZORAPOWorkspace& workspace) const {
 }
 
 bool ZORAPOProcessChain::LoadProcesses(const ZORAPOChainDesc& desc) {
+  if (!desc.processes.empty() && !m_modulePin.IsLoaded()) {
+    m_modulePin.Load();
+  }
   for (const ZORAPOProcessDesc& process : desc.processes) {
     auto* wrapper = new ZORAPOProcessWrapper();
     if (!wrapper->Load(process.techId, process.instanceId, process.hook, 0)) {

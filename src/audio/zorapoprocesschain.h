@@ -9,6 +9,7 @@
 #include "audio/zoraudiodatafloat.h"
 #include "audio/zoraudioprocessdelay.h"
 #include "audio/zoraudioprocessresamplechain.h"
+#include "audio/zorapoprocesslibrary.h"
 #include "audio/zorapoworkspace.h"
 #include "config/zorapopublicsettingsreader.h"
 #include "config/zorutsvaluelist.h"
@@ -45,8 +46,10 @@ class IZORAPOProcessChainPipeHook {
 // and everything it writes belongs to the chain (wrappers with their own
 // module handles, its own settings reader and tuned block). The only things
 // two builds reach together are the loader's module search path, set once
-// before any chain is built, and the operating system's module loader, which
-// is thread-safe. The latency figure is handed in by SetMinLatency and never
+// before any chain is built, and the tech module itself. A chain pins the
+// module from its first build to its end, so a rebuild never unloads it:
+// one thread's reset can't run the module's teardown while another thread
+// creates a process in it, and a rebuild doesn't pay for loading it again. The latency figure is handed in by SetMinLatency and never
 // looked up here.
 class ZORAPOProcessChain : public IZORAPOProcessWrapperHook {
  public:
@@ -192,6 +195,7 @@ class ZORAPOProcessChain : public IZORAPOProcessWrapperHook {
   uint32_t m_internalRate = 0;
   uint32_t m_sampleRate = 0;
   ZORAudioDataFloat m_widthBuffer;  // holds the tuned path's block when the host's width differs
+  ZORAPOProcessLibrary m_modulePin;  // keeps the tech module loaded between builds
   std::vector<ZORAPOProcessWrapper*> m_wrappers;  // owned, in running order
   // The bypass path's delay. The chain never gives it channels, so it
   // carries a latency figure and leaves the audio as it is.

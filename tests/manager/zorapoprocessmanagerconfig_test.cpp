@@ -93,3 +93,33 @@ TEST_F(ManagerFromConfig, TwoConstructionsAtOnceStaySafe) {
   changes.join();
   EXPECT_TRUE(manager.GetChainPointers().active->IsBuilt());
 }
+
+// Full builds of two chains on two threads, each loading the configuration
+// through the shared document cache, while a calculator fills the latency
+// cache: nothing is shared that isn't read-only or the loader's own.
+TEST_F(ManagerFromConfig, FullBuildsRunSideBySide) {
+  ZORAPOProcessLibrary::SetModulePath(nullptr);
+  const ZORAPOEndpointInfo& endpoint = MakeEndpoint({}, true, velapo::test::ExamplePath("laptop.xml"));
+  auto builder = [&](uint32_t location, std::atomic<int>& built) {
+    ZORAPOProcessChain chain;
+    for (int pass = 0; pass < 20; ++pass) {
+      ZORAPOConfigurationFile config;
+      ZORAPOWorkspace workspace{endpoint, {}, kZORLayoutStereo, kZORLayoutStereo, 48000};
+      config.Load(configPath.u16string(), 0, location);
+      config.FindMode(config.GetDefaultMode(), workspace.mode);
+      chain.ResetChain();
+      built += chain.ConstructChain(workspace, location) ? 1 : 0;
+    }
+  };
+  std::atomic<int> sfx{0}, mfx{0};
+  std::thread first(builder, 1u, std::ref(sfx));
+  std::thread second(builder, 2u, std::ref(mfx));
+  ZORAPOConfigurationFile config;
+  ASSERT_EQ(config.Load(configPath.u16string(), 0, 1), 0u);
+  ZORAPOLatencyCalculator calculator;
+  EXPECT_TRUE(calculator.Calculate(endpoint, config.GetOperatingModes(), 44100));
+  first.join();
+  second.join();
+  EXPECT_EQ(sfx, 20);
+  EXPECT_EQ(mfx, 20);
+}
