@@ -15,6 +15,9 @@
 #include <string>
 #include <vector>
 
+// First, so that on Windows the system headers' CreateProcess macro renames
+// the member alike in every file that sees it, whatever else it includes.
+#include "platform/com.h"
 #include "platform/dynamiclibrary.h"
 #include "veltech/veltech_abi.h"
 

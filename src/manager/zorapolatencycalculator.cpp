@@ -21,15 +21,8 @@ constexpr std::array<uint32_t, 4> kCandidateLayouts = {kZORLayoutMono, kZORLayou
 bool ReadQword(const zor::os::RegKey& key, std::u16string_view name, uint64_t& value) {
   zor::os::RegType type = zor::os::RegType::None;
   std::vector<uint8_t> data;
-  if (key.ReadValue(name, type, data) != zor::os::RegStatus::Ok ||
-      type != zor::os::RegType::Qword || data.size() != sizeof(uint64_t)) {
-    return false;
-  }
-  value = 0;
-  for (size_t i = 0; i < sizeof(uint64_t); ++i) {
-    value |= static_cast<uint64_t>(data[i]) << (8 * i);
-  }
-  return true;
+  return key.ReadValue(name, type, data) == zor::os::RegStatus::Ok &&
+         ZORAPOLatencyCalculator::ParseQword(type, data, value);
 }
 
 void WriteQword(const zor::os::RegKey& key, std::u16string_view name, uint64_t value) {
@@ -41,6 +34,18 @@ void WriteQword(const zor::os::RegKey& key, std::u16string_view name, uint64_t v
 }
 
 }  // namespace
+
+bool ZORAPOLatencyCalculator::ParseQword(zor::os::RegType type, std::span<const uint8_t> data,
+                                         uint64_t& value) {
+  if (type != zor::os::RegType::Qword || data.size() != sizeof(uint64_t)) {
+    return false;
+  }
+  value = 0;
+  for (size_t i = 0; i < sizeof(uint64_t); ++i) {
+    value |= static_cast<uint64_t>(data[i]) << (8 * i);
+  }
+  return true;
+}
 
 uint64_t ZORAPOLatencyCalculator::FileStamp(const std::u16string& path) {
   std::error_code error;

@@ -11,10 +11,12 @@
 // rewrite with the same figure, so concurrent calculators need no lock.
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 
 #include "config/zorapoconfigurationfile.h"
+#include "platform/registry.h"
 #include "system/zorapoendpointinfo.h"
 
 class ZORAPOLatencyCalculator {
@@ -41,6 +43,9 @@ class ZORAPOLatencyCalculator {
   // The cache identifier of a configuration file: its last-write time as
   // one number, 0 when it can't be read (which no cache matches).
   static uint64_t FileStamp(const std::u16string& path);
+  // A cached value as stored: REG_QWORD of exactly eight little-endian
+  // bytes, anything else refused.
+  static bool ParseQword(zor::os::RegType type, std::span<const uint8_t> data, uint64_t& value);
 
  private:
   uint64_t m_result = 0;
