@@ -7,11 +7,11 @@
 #include <cmath>
 #include <filesystem>
 #include <memory>
-#include <numbers>
 #include <string>
 #include <vector>
 
 #include "audio/zorapoprocesschain.h"
+#include "audiotesting.h"
 #include "config/zorapoconfigurationfile.h"
 #include "endpointfixture.h"
 #include "platform/text.h"
@@ -74,20 +74,10 @@ class ChainEndpoint : public EndpointStore {
 // One block of interleaved `input` through `chain`; the output's samples.
 inline std::vector<float> RunChain(ZORAPOProcessChain& chain, const std::vector<float>& input,
                                    uint32_t inChannels, uint32_t outChannels, uint32_t rate) {
-  ZORAudioDataFloat in, out;
-  in.AssignMemory(input.data(), static_cast<uint32_t>(input.size() / inChannels), inChannels, true, rate);
+  ZORAudioDataFloat in = Wrap(input, inChannels, rate), out;
   out.Allocate(in.GetFrames(), outChannels, rate);
   chain.Process(in, out, nullptr);
-  const float* samples = out.GetData(false, true);
-  return std::vector<float>(samples, samples + out.GetSampleCount());
-}
-
-inline std::vector<float> Sine(uint32_t frames, uint32_t channels, uint32_t rate, float amplitude) {
-  std::vector<float> samples(static_cast<size_t>(frames) * channels);
-  for (size_t i = 0; i < samples.size(); ++i) {
-    samples[i] = amplitude * static_cast<float>(std::sin(2e3 * std::numbers::pi * double(i / channels) / rate));
-  }
-  return samples;
+  return Interleaved(out);
 }
 
 inline double LevelDb(const std::vector<float>& samples) {

@@ -57,7 +57,7 @@ TEST_F(ManagerFromConfig, ConstructionsRunSideBySide) {
     while (!done) manager.RequestUpdate(), std::this_thread::yield();
   });
   std::thread sfx(builder, 1u), mfx(builder, 2u);
-  const auto input = Sine(480, 2, 48000, 0.25f);
+  const auto input = Noise(480u * 2, 7, 0.25f);
   std::vector<float> output(960);
   for (int block = 0; block < 300; ++block) {
     uint32_t in = 480, out = 480;
