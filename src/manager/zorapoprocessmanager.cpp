@@ -195,7 +195,11 @@ void ZORAPOProcessManager::Process(const float* pInput, uint32_t* nFramesIn, flo
 
   StaleTest(bSilentInput);
 
-  m_pActiveChain->Process(blocks.input, blocks.output, nullptr);
+  // Outside a fade, a chain of equal widths works on the input block in
+  // place, which spares a copy of the block per call.
+  ZORAudioDataFloat& out =
+      !fading && m_nChannelsIn == m_nChannelsOut ? blocks.input : blocks.output;
+  m_pActiveChain->Process(blocks.input, out, nullptr);
 
   // Polled again: the stale flush may have run the fade to its end.
   if (fading && m_hFadeEvent.Wait(0)) {
@@ -204,14 +208,14 @@ void ZORAPOProcessManager::Process(const float* pInput, uint32_t* nFramesIn, flo
 
   // Whatever frame count the chain left is what the caller gets, but never
   // more than its buffer holds.
-  const float* result = blocks.output.GetData(false, true);
-  uint32_t frames = blocks.output.GetFrames();
+  const float* result = out.GetData(false, true);
+  uint32_t frames = out.GetFrames();
   const size_t samples =
       std::min(static_cast<size_t>(frames) * m_nChannelsOut, capacity);
   if (result != nullptr && samples != 0) {
     std::memcpy(pOutput, result, samples * sizeof(float));
   }
-  blocks.output.ReleaseData();
+  out.ReleaseData();
   if (m_nChannelsOut != 0) {
     frames = static_cast<uint32_t>(samples / m_nChannelsOut);
   }
