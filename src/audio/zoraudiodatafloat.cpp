@@ -46,7 +46,7 @@ void Interleave(const float* planar, float* interleaved, size_t frames, size_t c
 
 // A store only falls short of the shape after SetFrames raised the frame
 // count; pad it with silence so that no reader runs past its end.
-void FitStore(std::vector<float>& store, size_t samples) {
+void FitStore(ZORSampleStore& store, size_t samples) {
   if (!store.empty() && store.size() < samples) {
     store.resize(samples, 0.0f);
   }
@@ -78,9 +78,12 @@ void ZORAudioDataFloat::CopyFrom(const ZORAudioDataFloat& other) {
   m_channels = other.m_channels;
   m_sampleRate = other.m_sampleRate;
   m_userTag = other.m_userTag;
-  // Vector assignment reuses this object's capacity when it suffices.
-  m_interleaved = other.m_interleaved;
-  m_planar = other.m_planar;
+  // Resizing reuses this object's capacity when it suffices; the copies then
+  // write every sample.
+  m_interleaved.resize(other.m_interleaved.size());
+  std::copy(other.m_interleaved.begin(), other.m_interleaved.end(), m_interleaved.begin());
+  m_planar.resize(other.m_planar.size());
+  std::copy(other.m_planar.begin(), other.m_planar.end(), m_planar.begin());
 }
 
 // audio thread
@@ -101,15 +104,17 @@ float* ZORAudioDataFloat::GetData(bool forWrite, bool interleaved) {
   if (samples == 0) {
     return nullptr;
   }
-  std::vector<float>& wanted = interleaved ? m_interleaved : m_planar;
-  std::vector<float>& other = interleaved ? m_planar : m_interleaved;
+  ZORSampleStore& wanted = interleaved ? m_interleaved : m_planar;
+  ZORSampleStore& other = interleaved ? m_planar : m_interleaved;
   FitStore(wanted, samples);
   if (wanted.empty()) {
     if (other.empty()) {
       wanted.resize(samples, 0.0f);
     } else {
       FitStore(other, samples);
-      wanted.resize(interleaved ? other.size() : samples);
+      // The transposition writes the samples; only a longer tail is zeroed.
+      wanted.resize(samples);
+      wanted.resize(interleaved ? other.size() : samples, 0.0f);
       if (interleaved) {
         Interleave(other.data(), wanted.data(), m_frames, m_channels);
       } else {
@@ -201,7 +206,9 @@ bool ZORAudioDataFloat::AssignMemory(const float* samples, uint32_t frames, uint
   const size_t count = size_t{frames} * channels;
   // Without a source the block stays silent rather than reading from null.
   if (samples != nullptr && count != 0) {
-    (interleaved ? m_interleaved : m_planar).assign(samples, samples + count);
+    ZORSampleStore& store = interleaved ? m_interleaved : m_planar;
+    store.resize(count);  // uninitialised: the copy writes every sample
+    std::copy_n(samples, count, store.data());
   }
   return true;
 }

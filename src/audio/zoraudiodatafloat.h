@@ -1,8 +1,32 @@
 #pragma once
 #include <cstdint>
+#include <memory>
+#include <new>
+#include <utility>
 #include <vector>
 
 #include "audio/izoraudiodata.h"
+
+// Leaves samples a store grows by uninitialised unless a value is given: a
+// conversion between layouts writes every sample it adds, and zeroing them
+// first cost a whole pass over the block on every call.
+template <typename T>
+struct ZORUninitialisedAllocator : std::allocator<T> {
+  template <typename U>
+  struct rebind {
+    using other = ZORUninitialisedAllocator<U>;
+  };
+  using std::allocator<T>::allocator;
+  template <typename U>
+  void construct(U* place) noexcept {
+    ::new (static_cast<void*>(place)) U;
+  }
+  template <typename U, typename... Args>
+  void construct(U* place, Args&&... args) {
+    ::new (static_cast<void*>(place)) U(std::forward<Args>(args)...);
+  }
+};
+using ZORSampleStore = std::vector<float, ZORUninitialisedAllocator<float>>;
 
 // The block of float audio that the audio path passes around. It keeps an
 // interleaved and a planar store and converts between them on first demand:
@@ -75,6 +99,6 @@ class ZORAudioDataFloat : public IZORAudioData<float> {
   uint32_t m_sampleRate = kRateNotSet;
   uint32_t m_userTag = 0;
   std::vector<uint32_t> m_roles;
-  std::vector<float> m_interleaved;  // sample (f, c) at f * m_channels + c
-  std::vector<float> m_planar;       // sample (f, c) at c * m_frames + f
+  ZORSampleStore m_interleaved;  // sample (f, c) at f * m_channels + c
+  ZORSampleStore m_planar;       // sample (f, c) at c * m_frames + f
 };
