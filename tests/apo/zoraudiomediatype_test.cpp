@@ -1,0 +1,123 @@
+#include "apo/zoraudiomediatype.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <limits>
+
+#include "apo/zoraporegproperties.h"
+#include "support/zortestmediatype.h"
+
+namespace {
+
+IAudioMediaType* Make(const UNCOMPRESSEDAUDIOFORMAT& format) {
+  IAudioMediaType* type = nullptr;
+  EXPECT_EQ(ZORAudioMediaType::Create(&format, &type), S_OK);
+  return type;
+}
+
+TEST(AudioMediaTypeTest, WaveFormatFollowsTheUncompressedOne) {
+  struct Case {
+    UNCOMPRESSEDAUDIOFORMAT format;
+    DWORD rate;
+    WORD blockAlign;
+  };
+  const float nan = std::numeric_limits<float>::quiet_NaN();
+  const Case cases[] = {
+      {ZORTestMediaType::Float(2, 48000), 48000, 8},
+      {ZORTestMediaType::Float(8, 44100.4f), 44100, 32},
+      {ZORTestMediaType::Float(2, -5), 0, 8},
+      {ZORTestMediaType::Float(2, nan), 0, 8},
+      {ZORTestMediaType::Float(2, 1e20f), 0xFFFFFFFF, 8},
+      {ZORTestMediaType::Float(0x10000, 48000), 48000, 0xFFFF},
+  };
+  for (const Case& c : cases) {
+    IAudioMediaType* type = Make(c.format);
+    const auto* wave = reinterpret_cast<const WAVEFORMATEXTENSIBLE*>(type->GetAudioFormat());
+    EXPECT_EQ(wave->Format.wFormatTag, 0xFFFE);
+    EXPECT_EQ(wave->Format.nSamplesPerSec, c.rate);
+    EXPECT_EQ(wave->Format.nBlockAlign, c.blockAlign);
+    EXPECT_EQ(wave->Format.cbSize, 22);
+    EXPECT_EQ(wave->Samples.wValidBitsPerSample, 32);
+    EXPECT_TRUE(IsEqualGUID(wave->SubFormat, kSubtypeIeeeFloat));
+    UNCOMPRESSEDAUDIOFORMAT back{};
+    EXPECT_EQ(type->GetUncompressedAudioFormat(&back), S_OK);
+    EXPECT_EQ(std::memcmp(&back, &c.format, sizeof(back)), 0);
+    type->Release();
+  }
+}
+
+TEST(AudioMediaTypeTest, CompressionEqualityAndPointers) {
+  UNCOMPRESSEDAUDIOFORMAT other = ZORTestMediaType::Float(2, 48000);
+  other.guidFormatType = IID_IUnknown;  // any subtype not PCM or float
+  IAudioMediaType* a = Make(ZORTestMediaType::Float(2, 48000));
+  IAudioMediaType* b = Make(ZORTestMediaType::Float(2, 44100));
+  IAudioMediaType* c = Make(other);
+  IAudioMediaType* n = Make(ZORTestMediaType::Float(2, std::numeric_limits<float>::quiet_NaN()));
+  BOOL compressed = 7;
+  EXPECT_EQ(a->IsCompressedFormat(&compressed), S_OK);
+  EXPECT_EQ(compressed, 0);
+  EXPECT_EQ(c->IsCompressedFormat(&compressed), S_OK);
+  EXPECT_EQ(compressed, 1);
+
+  DWORD flags = 0;
+  EXPECT_EQ(a->IsEqual(a, &flags), S_OK);
+  EXPECT_EQ(a->IsEqual(b, &flags), S_FALSE);
+  EXPECT_EQ(flags, AUDIOMEDIATYPE_EQUAL_FORMAT_TYPES);
+  EXPECT_EQ(a->IsEqual(c, &flags), S_FALSE);
+  EXPECT_EQ(flags, 0u);
+  EXPECT_EQ(n->IsEqual(n, &flags), S_FALSE);  // a NaN rate equals nothing
+
+  EXPECT_EQ(a->IsCompressedFormat(nullptr), E_POINTER);
+  EXPECT_EQ(a->IsEqual(nullptr, &flags), E_POINTER);
+  EXPECT_EQ(a->GetUncompressedAudioFormat(nullptr), E_POINTER);
+  EXPECT_EQ(ZORAudioMediaType::Create(nullptr, &a), E_POINTER);
+  EXPECT_EQ(a, nullptr);
+  for (IAudioMediaType* type : {b, c, n}) type->Release();
+}
+
+TEST(AudioMediaTypeTest, QueryInterfaceGivesOnlyItsTwoInterfaces) {
+  IAudioMediaType* type = Make(ZORTestMediaType::Float(2, 48000));
+  for (const IID& iid : {IID_IUnknown, IID_IAudioMediaType, IID_IAudioProcessingObject, IID_IPropertyStore}) {
+    void* out = type;  // overwritten either way
+    const bool known = IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IAudioMediaType);
+    EXPECT_EQ(type->QueryInterface(iid, &out), known ? S_OK : E_NOINTERFACE);
+    EXPECT_EQ(out, known ? static_cast<void*>(type) : nullptr);
+    if (known) {
+      EXPECT_EQ(type->Release(), 1u);
+    }
+  }
+  EXPECT_EQ(type->QueryInterface(IID_IUnknown, nullptr), E_POINTER);
+  EXPECT_EQ(type->Release(), 0u);
+}
+
+// The records the engine reads: the same for every class but its identity,
+// and each identity distinct.
+TEST(RegPropertiesTest, SevenDistinctRecordsSharingEverythingElse) {
+  const auto classes = ZORAPOClasses();
+  ASSERT_EQ(classes.size(), 7u);
+  for (std::size_t i = 0; i < classes.size(); ++i) {
+    const APO_REG_PROPERTIES& reg = *classes[i].regProperties;
+    EXPECT_EQ(reg.Flags, 12u);
+    EXPECT_EQ(reg.u32MajorVersion, 1u);
+    EXPECT_EQ(reg.u32MinorVersion, 0u);
+    EXPECT_EQ(reg.u32MinInputConnections + reg.u32MaxInputConnections, 2u);
+    EXPECT_EQ(reg.u32MinOutputConnections + reg.u32MaxOutputConnections, 2u);
+    EXPECT_EQ(reg.u32MaxInstances, 0xFFFFFFFFu);
+    EXPECT_EQ(reg.u32NumAPOInterfaces, 1u);
+    EXPECT_NE(reg.szFriendlyName[0], 0);
+    if (i < kZORRenderLocationCount) {
+      EXPECT_EQ(classes[i].location, i);
+      EXPECT_EQ(ZORAPOLocationName(static_cast<uint32_t>(i)), classes[i].logName);
+    }
+    for (std::size_t j = 0; j < i; ++j) {
+      EXPECT_FALSE(IsEqualGUID(reg.clsid, classes[j].regProperties->clsid));
+      EXPECT_FALSE(IsEqualGUID(reg.iidAPOInterfaceList[0], classes[j].regProperties->iidAPOInterfaceList[0]));
+    }
+  }
+  EXPECT_EQ(&ZORAPOCaptureClass(), &classes[6]);
+  EXPECT_EQ(ZORAPOLocationName(6), nullptr);
+  EXPECT_EQ(ZORAPORenderClass(0xFFFFFFFF), nullptr);
+}
+
+}  // namespace
