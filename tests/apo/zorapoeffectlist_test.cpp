@@ -29,15 +29,6 @@ std::vector<GUID> Ids(std::initializer_list<uint8_t> xx) {
   return ids;
 }
 
-TEST(EffectTablesTest, LocationsPickTheirTables) {
-  const Table expected[] = {Table::None, Table::SFX, Table::MFX, Table::EFX, Table::SFX, Table::MFX, Table::None};
-  for (uint32_t location = 0; location < 7; ++location) {
-    EXPECT_EQ(ZORAPOEffectTables::ForLocation(location), expected[location]) << location;
-  }
-  EXPECT_EQ(ZORAPOEffectTables::ForLocation(0xFFFFFFFF), Table::None);
-  EXPECT_TRUE(ZORAPOEffectTables::Select(Table::None, Values({{"SFX:Corvo-TK Enable", "1"}}), "").empty());
-}
-
 struct SelectCase {
   const char* name;
   Table table;
@@ -63,7 +54,12 @@ TEST(EffectTablesTest, RowsAreOnByTheirTextAndModeInTableOrder) {
        {{"MFX:Corvo-W5GZ Device Enable", "1"}, {"MFX:Corvo-NDEQ MODE", "aProfileEQ"}, {"MFX:Corvo-TEQ Enable", " 1"}},
        "APO4-Headphone", Ids({0xCD, 0xC3})},
       {"keys of another table are ignored", Table::MFX, {{"SFX:Corvo-RUF Enable", "1"}}, "", {}},
+      {"location 0 has no table", Table::None, {{"SFX:Corvo-TK Enable", "1"}}, "", {}},
   };
+  const Table byLocation[] = {Table::None, Table::SFX, Table::MFX, Table::EFX, Table::SFX, Table::MFX, Table::None};
+  for (uint32_t location = 0; location < 7; ++location) {
+    EXPECT_EQ(ZORAPOEffectTables::ForLocation(location), byLocation[location]) << location;
+  }
   for (const SelectCase& c : cases) {
     const std::vector<GUID> ids = ZORAPOEffectTables::Select(c.table, Values(c.values), c.mode);
     ASSERT_EQ(ids.size(), c.expected.size()) << c.name;
