@@ -114,12 +114,4 @@ TEST_F(EffectListWatcherTest, ARestartLeavesOneWatcherOnTheNewAction) {
   EXPECT_EQ(first.load(), 0);
 }
 
-TEST_F(EffectListWatcherTest, AMissingKeyEndsTheThreadAtOnce) {
-  ZORLogCapture log;
-  ZORAPOEffectListWatcher watcher(area.Path(u"Nowhere"));
-  ASSERT_TRUE(watcher.Start([] {}));
-  watcher.Stop();
-  EXPECT_EQ(log.Count("Unable to open registry key."), 1u);
-}
-
 }  // namespace

@@ -153,12 +153,9 @@ struct DefaultFormatCase {
 TEST(FormatRulesTest, ValidateDefaultAPOFormatForcesTheLegalRange) {
   const DefaultFormatCase cases[] = {
       {F(2, 48000), F(2, 48000), false},
-      {F(0, 48000), F(1, 48000), true},
-      {F(5000, 48000), F(4096, 48000), true},
-      {F(2, 48000, 24, 3), F(2, 48000), true},
-      {F(2, 5), F(2, 10), true},
-      {F(2, kNaN), F(2, 10), true},
-      {F(2, 500000), F(2, 384000), true},
+      {F(0, 48000), F(1, 48000), true},       {F(5000, 48000), F(4096, 48000), true},
+      {F(2, 48000, 24, 3), F(2, 48000), true}, {F(2, 5), F(2, 10), true},
+      {F(2, kNaN), F(2, 10), true},            {F(2, 500000), F(2, 384000), true},
       {Pcm(2, 48000), F(2, 48000), true},
   };
   for (const DefaultFormatCase& c : cases) {
