@@ -68,9 +68,9 @@ TEST(AudioMediaTypeTest, CompressionEqualityAndPointers) {
   EXPECT_EQ(a->IsCompressedFormat(nullptr), E_POINTER);
   EXPECT_EQ(a->IsEqual(nullptr, &flags), E_POINTER);
   EXPECT_EQ(a->GetUncompressedAudioFormat(nullptr), E_POINTER);
+  for (IAudioMediaType* type : {a, b, c, n}) type->Release();
   EXPECT_EQ(ZORAudioMediaType::Create(nullptr, &a), E_POINTER);
   EXPECT_EQ(a, nullptr);
-  for (IAudioMediaType* type : {b, c, n}) type->Release();
 }
 
 // Each class's identity is its own; all else in the records is shared.
