@@ -43,6 +43,11 @@ using LPOLESTR = WCHAR*;
 using LPCOLESTR = const WCHAR*;
 using LPSTR = char*;
 using LPVOID = void*;
+using UINT32 = uint32_t;
+using UINT_PTR = uintptr_t;
+// An opaque handle of a system object (events, threads); what it points at
+// belongs to the platform layer.
+using HANDLE = void*;
 
 #define STDMETHODCALLTYPE
 #define STDAPI extern "C" HRESULT
@@ -67,6 +72,7 @@ using CLSID = GUID;
 using REFGUID = const GUID&;
 using REFIID = const IID&;
 using REFCLSID = const CLSID&;
+using LPGUID = GUID*;
 
 inline constexpr bool IsEqualGUID(REFGUID a, REFGUID b) {
   if (a.Data1 != b.Data1 || a.Data2 != b.Data2 || a.Data3 != b.Data3) return false;
@@ -232,6 +238,38 @@ struct WAVEFORMATEX {
 };
 #pragma pack(pop)
 
+inline constexpr WORD WAVE_FORMAT_PCM = 0x0001;
+inline constexpr WORD WAVE_FORMAT_IEEE_FLOAT = 0x0003;
+inline constexpr WORD WAVE_FORMAT_EXTENSIBLE = 0xFFFE;
+
+// The extensible form, 40 bytes as on Windows (packed there by mmreg.h).
+#pragma pack(push, 1)
+struct WAVEFORMATEXTENSIBLE {
+  WAVEFORMATEX Format;
+  union {
+    WORD wValidBitsPerSample;
+    WORD wSamplesPerBlock;
+    WORD wReserved;
+  } Samples;
+  DWORD dwChannelMask;
+  GUID SubFormat;
+};
+#pragma pack(pop)
+
+// ---- Audio engine buffers (the engine's own header on Windows) -----------------
+
+using HNSTIME = LONGLONG;  // 100-nanosecond units
+using FLOAT32 = float;
+
+enum APO_BUFFER_FLAGS { BUFFER_INVALID = 0, BUFFER_VALID = 1, BUFFER_SILENT = 2 };
+
+struct APO_CONNECTION_PROPERTY {
+  UINT_PTR pBuffer;
+  UINT32 u32ValidFrameCount;
+  APO_BUFFER_FLAGS u32BufferFlags;
+  UINT32 u32Signature;
+};
+
 // ---- Property store ------------------------------------------------------------
 
 inline constexpr DWORD STGM_READ = 0x0;
@@ -277,6 +315,8 @@ inline constexpr IID IID_IMMNotificationClient = {
 
 inline constexpr PROPERTYKEY PKEY_AudioEndpoint_Disable_SysFx = {
     {0x1da5d803, 0xd492, 0x4edd, {0x8c, 0x23, 0xe0, 0xc0, 0xff, 0xee, 0x7f, 0x0e}}, 5};
+inline constexpr PROPERTYKEY PKEY_AudioEndpoint_GUID = {
+    {0x1da5d803, 0xd492, 0x4edd, {0x8c, 0x23, 0xe0, 0xc0, 0xff, 0xee, 0x7f, 0x0e}}, 4};
 inline constexpr PROPERTYKEY PKEY_Device_DeviceDesc = {
     {0xa45c254e, 0xdf1c, 0x4efd, {0x80, 0x20, 0x67, 0xd1, 0x46, 0xa8, 0x50, 0xe0}}, 2};
 inline constexpr PROPERTYKEY PKEY_Device_FriendlyName = {

@@ -11,6 +11,9 @@
 #include <propidl.h>
 #include <propsys.h>
 #include <functiondiscoverykeys_devpkey.h>
+#include <ks.h>
+#include <ksmedia.h>
+#include <audioapotypes.h>
 
 static_assert(sizeof(WCHAR) == sizeof(char16_t), "COM text must be UTF-16");
 
