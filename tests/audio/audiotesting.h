@@ -1,6 +1,7 @@
 #pragma once
 // Blocks, signals and a recording stage shared by the audio and manager tests.
 
+#include <cmath>
 #include <cstdint>
 #include <random>
 #include <vector>
@@ -26,6 +27,18 @@ inline std::vector<float> Ramp(uint32_t frames, uint32_t channels, uint32_t firs
     for (uint32_t c = 0; c < channels; ++c) {
       samples[size_t{f} * channels + c] = static_cast<float>(first + f + 1) * (c == 0 ? 1.0f : -1.0f);
     }
+  }
+  return samples;
+}
+
+// Interleaved frames [first, first + frames) of a sine, channel c shifted by c
+// radians so that a swap of channels shows.
+inline std::vector<float> Sine(size_t frames, uint32_t channels, double frequency, double rate,
+                               size_t first = 0, double amplitude = 0.5) {
+  std::vector<float> samples(frames * channels);
+  for (size_t f = 0; f < frames; ++f) {
+    const double phase = 2.0 * 3.14159265358979323846 * frequency * static_cast<double>(first + f) / rate;
+    for (uint32_t c = 0; c < channels; ++c) samples[f * channels + c] = static_cast<float>(amplitude * std::sin(phase + c));
   }
   return samples;
 }

@@ -123,16 +123,3 @@ TEST(ZORAudioProcessDownmix, PairModesWorkInPairsOnWiderBlocks) {
     }
   }
 }
-
-// The downmix answers the control interface with nothing.
-TEST(ZORAudioProcessDownmix, OffersNoControls) {
-  ZORAudioProcessDownmix downmix;
-  std::vector<ZORUTSControlInfo> controls(3);
-  EXPECT_EQ(downmix.EnumControls(controls), 0u);
-  EXPECT_TRUE(controls.empty());
-  ZORUTSValue value;
-  EXPECT_FALSE(downmix.GetControl(value));
-  EXPECT_FALSE(downmix.SetControl(value));
-  EXPECT_EQ(downmix.PassThroughFirst(1, nullptr, 0), 0);
-  EXPECT_EQ(downmix.PassThroughSecond(1, nullptr, 0), 0);
-}

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <numbers>
 #include <vector>
 
 #include "allocationcounter.h"
@@ -38,15 +37,8 @@ StreamResult RunSine(ZORAudioProcessResampleChain& chain, uint32_t rate, uint32_
                      uint32_t channels, int blocks) {
   StreamResult result;
   ZORAudioDataFloat data;
-  std::vector<float> samples(size_t{blockFrames} * channels);
-  size_t position = 0;
   for (int block = 0; block < blocks; ++block) {
-    for (uint32_t f = 0; f < blockFrames; ++f, ++position) {
-      for (uint32_t c = 0; c < channels; ++c) {
-        samples[size_t{f} * channels + c] = static_cast<float>(
-            0.5 * std::sin(2.0 * std::numbers::pi * 1000.0 * static_cast<double>(position) / rate));
-      }
-    }
+    const std::vector<float> samples = Sine(blockFrames, channels, 1000.0, rate, size_t{blockFrames} * block);
     data.AssignMemory(samples.data(), blockFrames, channels, true, rate);
     chain.Process(&data);
     EXPECT_EQ(data.GetFrames(), blockFrames) << "block " << block;

@@ -13,6 +13,7 @@
 #include "audio/zoraudiodatafloat.h"
 #include "audio/zoraudioprocessresamplechain.h"
 #include "audio/zorresamplehandler.h"
+#include "audiotesting.h"
 
 namespace {
 
@@ -82,19 +83,6 @@ double ResidualDb(const ToneFit& fit) {
   return Db(fit.residualRms / (fit.amplitude / std::numbers::sqrt2));
 }
 
-// Stereo tones, a different one per channel, so that crosstalk would show
-// as residual.
-std::vector<float> TwoTones(size_t frames, double left, double right, double rate) {
-  std::vector<float> samples(frames * 2);
-  for (size_t f = 0; f < frames; ++f) {
-    const double t = static_cast<double>(f) / rate;
-    samples[f * 2] = static_cast<float>(kAmplitude * std::sin(2.0 * std::numbers::pi * left * t));
-    samples[f * 2 + 1] =
-        static_cast<float>(kAmplitude * std::sin(2.0 * std::numbers::pi * right * t + 1.0));
-  }
-  return samples;
-}
-
 // The stream at `rate` through a chain that runs at `internalRate`, in
 // 10 ms blocks; half a second of it.
 std::vector<float> RoundTrip(const std::vector<float>& input, uint32_t rate,
@@ -148,7 +136,7 @@ constexpr Trip kTrips[] = {{44100, 48000}, {48000, 44100}};
 TEST(ZORResampleQuality, RoundTripIsFlatWithinAFifthOfADecibelTo16kHz) {
   for (const Trip& trip : kTrips) {
     for (double tone : {20.0, 100.0, 1000.0, 5000.0, 10000.0, 14000.0, 16000.0}) {
-      const std::vector<float> input = TwoTones(trip.rate / 2, tone, tone, trip.rate);
+      const std::vector<float> input = velapo::test::Sine(trip.rate / 2, 2, tone, trip.rate);
       const std::vector<float> output = RoundTrip(input, trip.rate, trip.internalRate);
       const ToneFit fit = FitTone(output, 2, 0, tone, trip.rate);
       EXPECT_NEAR(Db(fit.amplitude / kAmplitude), 0.0, 0.2)
@@ -171,7 +159,7 @@ TEST(ZORResampleQuality, ImagesUpAndAliasesDownStayBelowMinus95dB) {
                         {48000, 44100, 1000.0},  {48000, 44100, 16000.0}, {48000, 44100, 22100.0},
                         {48000, 44100, 23000.0}, {48000, 44100, 23900.0}};
   for (const Case& c : cases) {
-    const std::vector<float> output = OneWay(TwoTones(c.from / 2, c.tone, c.tone, c.from), c.from, c.to);
+    const std::vector<float> output = OneWay(velapo::test::Sine(c.from / 2, 2, c.tone, c.from), c.from, c.to);
     if (c.tone < c.to / 2) {
       EXPECT_LE(ResidualDb(FitTone(output, 2, 0, c.tone, c.to)), kLimitDb) << c.tone << " Hz";
       continue;

@@ -6,27 +6,18 @@
 
 #include <cmath>
 #include <cstdint>
-#include <numbers>
 #include <vector>
 
 #include "audio/zoraudiodatafloat.h"
 #include "audio/zorresamplehandler.h"
+#include "audiotesting.h"
 #include "platform/resamplerformat.h"
 #include "support/zorlogcapture.h"
 
 namespace {
 
-std::vector<float> Sine(size_t frames, uint32_t channels, double frequency, double rate) {
-  std::vector<float> samples(frames * channels);
-  for (size_t f = 0; f < frames; ++f) {
-    for (uint32_t c = 0; c < channels; ++c) {
-      // Each channel a little out of phase, so that a swap would show.
-      samples[f * channels + c] = static_cast<float>(
-          0.5 * std::sin(2.0 * std::numbers::pi * frequency * static_cast<double>(f) / rate + c));
-    }
-  }
-  return samples;
-}
+using velapo::test::Sine;
+using velapo::test::Wrap;
 
 // Converts `input` in pieces of the given sizes (cycled), offering generous
 // output room each time, and returns all that came out.
@@ -52,13 +43,6 @@ std::vector<float> ConvertInPieces(ZORSampleRateConvert& convert, const std::vec
     output.insert(output.end(), buffer.begin(), buffer.begin() + outputSamples);
   }
   return output;
-}
-
-ZORAudioDataFloat Block(const std::vector<float>& samples, uint32_t channels, uint32_t rate) {
-  ZORAudioDataFloat block;
-  block.AssignMemory(samples.data(), static_cast<uint32_t>(samples.size() / channels), channels,
-                     true, rate);
-  return block;
 }
 
 }  // namespace
@@ -177,7 +161,7 @@ TEST(ZORResampleHandler, ConvertsBlocksOfTheStreamToTheOutputsRate) {
   ZORAudioDataFloat output;
   output.SetSampleRate(48000);
   for (int block = 0; block < 20; ++block) {
-    ZORAudioDataFloat input = Block(
+    ZORAudioDataFloat input = Wrap(
         std::vector<float>(stream.begin() + block * 882, stream.begin() + (block + 1) * 882), 2,
         44100);
     ASSERT_TRUE(handler.Convert(input, output));
@@ -193,7 +177,7 @@ TEST(ZORResampleHandler, ConvertsBlocksOfTheStreamToTheOutputsRate) {
   EXPECT_EQ(output.GetFrames(), 0u);
 
   // A new channel count is picked up from the block itself.
-  ZORAudioDataFloat mono = Block(Sine(441, 1, 1000.0, 44100.0), 1, 44100);
+  ZORAudioDataFloat mono = Wrap(Sine(441, 1, 1000.0, 44100.0), 1, 44100);
   ASSERT_TRUE(handler.Convert(mono, output));
   EXPECT_EQ(output.GetChannels(), 1u);
   EXPECT_EQ(handler.GetConverter().GetChannels(), 1u);
@@ -207,10 +191,10 @@ TEST(ZORResampleHandler, RefusesBlocksWithoutAUsableFormat) {
   ASSERT_TRUE(handler.Init(44100, 48000, 2));
 
   const std::vector<float> samples = Sine(100, 2, 1000.0, 44100.0);
-  ZORAudioDataFloat output = Block(samples, 2, 48000);
+  ZORAudioDataFloat output = Wrap(samples, 2, 48000);
   // The output's rate isn't set: nothing to convert to, and the output
   // stays as it was.
-  ZORAudioDataFloat input = Block(samples, 2, 44100);
+  ZORAudioDataFloat input = Wrap(samples, 2, 44100);
   ZORAudioDataFloat unset;
   unset.AssignMemory(samples.data(), 100, 2, true, IZORAudioData<float>::kRateNotSet);
   EXPECT_FALSE(handler.Convert(input, unset));
