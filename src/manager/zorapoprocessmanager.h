@@ -34,6 +34,8 @@
 // (the tech module's state tests do) puts a builder in instead. Called on the configuration thread in Initialize, on
 // the worker, and on the audio thread when a stale stream refreshes the chain
 // being faded in; never on a chain that plays.
+class ZORAPOPublicSettingsReader;
+
 class IZORAPOChainBuilder {
  public:
   virtual ~IZORAPOChainBuilder() = default;
@@ -68,6 +70,7 @@ class ZORAPOProcessManager : public IZORAPOEndpointNotify,
   static constexpr int64_t kFlushMargin = 2000000;     // 20 ms
   static constexpr uint32_t kStaleMilliseconds = 300;  // a longer gap is stale
   static constexpr uint32_t kMinSwitchMilliseconds = 100;
+  static constexpr uint32_t kTuningPollMilliseconds = 200;
 
   // Location codes passed down by the APO classes.
   static constexpr uint32_t kLocationOsfx = 4;
@@ -228,6 +231,8 @@ class ZORAPOProcessManager : public IZORAPOEndpointNotify,
   // endpoint's system-effects switch.
   bool DecideBypass(bool built) const;
   size_t ChainIndex(const ZORAPOProcessChain* chain) const;
+  // Points the worker's reader at the prepared chain's mode.
+  void OpenSettingsReader(ZORAPOPublicSettingsReader& reader);
   void CalculateLatency();
   // Counts this Initialize in the endpoint's settings key, across restarts.
   void WriteRegistryMetrics();

@@ -329,22 +329,40 @@ bool ZORAPOProcessManager::Worker::Run(ZORThreadBasic& /*thread*/, zor::os::Even
   return m_owner.RunWorker(stopEvent);
 }
 
+void ZORAPOProcessManager::OpenSettingsReader(ZORAPOPublicSettingsReader& reader) {
+  if (m_bBound) {
+    reader.Open(m_endpoint.GetEndpointGuid().Guid(), m_endpoint.GetSettingsKeyPath(),
+                m_chainModes[ChainIndex(m_pPreparedChain)], &m_hUpdateEvent);
+  }
+}
+
+// Turns each change into one fade. It waits while a fade runs, so a fade is
+// never cut short; wakes on the update event, or every 200 ms once a tuning
+// tool is watched; spaces switches at least 100 ms apart; and builds the next
+// candidate right after each switch, so the next change fades at once.
 bool ZORAPOProcessManager::RunWorker(zor::os::Event& stopEvent) {
+  ZORComScope com;
   TimeDelta stopwatch;
   stopwatch.Start(*m_pClock);
+  // Signals the update event when a public value of the prepared chain's
+  // mode is written.
+  ZORAPOPublicSettingsReader reader;
+  OpenSettingsReader(reader);
+  bool poll = m_pPreparedChain->IsWatchingTuning();
+  uint32_t timeout = poll ? kTuningPollMilliseconds : zor::os::kInfinite;
+
   zor::os::Event* const untilSteady[] = {&stopEvent, &m_hSteadyEvent};
   zor::os::Event* const untilUpdate[] = {&stopEvent, &m_hUpdateEvent};
-
   for (;;) {
-    // A fade is never interrupted: a change waits for the running one to end.
     if (zor::os::WaitAny(untilSteady, 2, zor::os::kInfinite) == 0) {
       break;
     }
-    const int32_t woken = zor::os::WaitAny(untilUpdate, 2, zor::os::kInfinite);
+    const int32_t woken = zor::os::WaitAny(untilUpdate, 2, timeout);
     if (woken == 0) {
       break;
     }
-    if (woken == zor::os::kWaitTimeout) {
+    // A tuning tool writes its block without telling anyone: look.
+    if (woken == zor::os::kWaitTimeout && (!poll || !m_pPreparedChain->TuningChanged())) {
       continue;
     }
 
@@ -364,8 +382,14 @@ bool ZORAPOProcessManager::RunWorker(zor::os::Event& stopEvent) {
     // is built signals again and causes one more pass.
     m_hUpdateEvent.Reset();
     UpdateWorkspace(m_pPreparedChain);
+    OpenSettingsReader(reader);
     SwitchState(ManagerState_Fading);
     UpdateWorkspace(m_pPreparedChain);
+    // Once a tool is watched the poll never stops in this thread's life.
+    poll = m_pPreparedChain->IsWatchingTuning();
+    if (poll) {
+      timeout = kTuningPollMilliseconds;
+    }
 
     stopwatch.Start(*m_pClock);
     if (m_pClientEvent != nullptr) {
