@@ -3,6 +3,7 @@
 // modes, metering mode and global settings, and the Initialize count.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <thread>
@@ -235,3 +236,64 @@ INSTANTIATE_TEST_SUITE_P(Manager, SettingWrittenElsewhere,
                          testing::Values(Case{Writes::ProcessEnable, 0.0}, Case{Writes::Mode, -9.0},
                                          Case{Writes::TunedGain, -12.0}, Case{Writes::SysFx, 0.0}),
                          CaseName);
+
+// A control panel writes the process switch, the mode and the override as
+// fast as it can while audio runs: every change still ends in whole fades,
+// and the stream settles on the last write. Run under ThreadSanitizer.
+TEST_F(ManagerSettings, SettingsStormEndsInWholeFadesAndTheLastWrite) {
+  const ZORAPOEndpointInfo& info = ListedEndpoint(DataFile("levels.xml"));
+  ZORAPOProcessManager manager;
+  ASSERT_TRUE(manager.SetEndpointInfo(info, 1));
+  ASSERT_TRUE(manager.Initialize(2, 2, 48000, 0, 1));
+
+  std::atomic<bool> stop{false};
+  std::atomic<bool> fadeCutShort{false};
+  std::atomic<double> lastGain{0.0};
+  std::thread audio([&] {
+    float previous = manager.GetCrossfade().GetPosition();
+    for (size_t first = 0; !stop; first += 480) {
+      const std::vector<float> x = Sine(480, 2, 997.0, 48000.0, first);
+      std::vector<float> y(960);
+      uint32_t in = 480, out = 480;
+      manager.Process(x.data(), &in, y.data(), &out, false);
+      const float position = manager.GetCrossfade().GetPosition();
+      if (position < previous && previous < 1.0f) {
+        fadeCutShort = true;
+      }
+      previous = position;
+      double sum = 0, ref = 0;
+      for (size_t i = 0; i < y.size(); ++i) {
+        sum += double(y[i]) * y[i];
+        ref += double(x[i]) * x[i];
+      }
+      lastGain = std::sqrt(sum / ref);
+      std::this_thread::sleep_for(std::chrono::microseconds(500));
+    }
+  });
+
+  ZORAPOGlobalSettings global;
+  ZORAPOModeSelector selector;
+  ASSERT_TRUE(global.InitGlobal(info.GetSettingsKeyPath(), nullptr));
+  ASSERT_TRUE(selector.Init(info.GetSettingsKeyPath(), ZORAPOModeId()));
+  auto write = [&](int enable, const char* mode, int32_t bypassOverride) {
+    ZORUTSValueList list;
+    list.Insert(ZORUTSValue(ZORAPOProcessManager::kProcessEnableKey, enable));
+    EXPECT_TRUE(global.WriteAll(list));
+    EXPECT_TRUE(selector.SetMode(ZORAPOModeId(mode, "APO4-Any Speaker")));
+    manager.SetBypassOverride(bypassOverride);
+  };
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(3);
+  for (int i = 0; std::chrono::steady_clock::now() < end; ++i) {
+    write(i % 2, i % 3 ? "APO4-Quiet" : "APO4-Loud", i % 5 == 0 ? 1 : i % 7 == 0 ? 2 : 0);
+  }
+  write(1, "APO4-Quiet", 0);  // the last word: processing on, -9 dB
+
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kMustNotTimeOutMs);
+  while (std::abs(lastGain - Gain(-9.0)) > 1e-3 && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  stop = true;
+  audio.join();
+  EXPECT_NEAR(lastGain, Gain(-9.0), 1e-3) << "the stream follows the last write";
+  EXPECT_FALSE(fadeCutShort);
+}
