@@ -552,11 +552,13 @@ TEST(ZORAPOProcessManager, FadesStartedFromAnotherThreadNeverRaceTheAudioThread)
   EXPECT_GE(blocks.load(), kFades * 12);
 }
 
+// With both meters on, too.
 TEST(ZORAPOProcessManager, SteadyStateAllocatesNothingOnTheAudioThread) {
   for (const auto& [channelsIn, channelsOut] : {std::pair{2u, 2u}, std::pair{6u, 2u}}) {
     ManualClock clock(1000);
     ZORAPOProcessManager manager;
     manager.SetClock(&clock);
+    manager.SetMeteringMode(ZORAPOProcessManager::kMeterInput | ZORAPOProcessManager::kMeterOutput);
     manager.Initialize(channelsIn, channelsOut, kRate, 0, kLocationSfx);
     const std::vector<float> input = Noise(480 * channelsIn, 16);
     std::vector<float> output(480 * channelsOut);

@@ -6,11 +6,13 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
+#include <numeric>
 #include <thread>
 
 #include "chaintesting.h"
 #include "childprocess.h"
 #include "platform/clock.h"
+#include "system/zoraposharedmeter.h"
 #include "system/zorapotunedsettings.h"
 #include "manager/zorapoprocessmanager.h"
 #include "support/zortestendpoint.h"
@@ -22,9 +24,14 @@ using namespace velapo::test;
 class ManagerSettings : public ChainEndpoint {
  protected:
   // An endpoint the enumerator lists as active, configured by `source`.
-  const ZORAPOEndpointInfo& ListedEndpoint(const std::filesystem::path& source) {
-    const ZORAPOEndpointInfo& info = MakeEndpoint(source);
-    WriteDword(std::u16string(kAudio) + u"Render\\" + info.GetEndpointGuid().Text(), u"DeviceState", 1);
+  const ZORAPOEndpointInfo& ListedEndpoint(const std::filesystem::path& source, bool render = true) {
+    ZORAPOEndpointInfo& info = const_cast<ZORAPOEndpointInfo&>(MakeEndpoint(source, render));
+    const std::u16string key = std::u16string(kAudio) + (render ? u"Render\\" : u"Capture\\") +
+                               info.GetEndpointGuid().Text();
+    WriteDword(key, u"DeviceState", 1);
+    // A name of its own, which names its meters.
+    WriteText(key + u"\\Properties", u"{b3f8fa53-0004-438e-9003-51a46e139bfc},6", info.GetEndpointGuid().Text());
+    EXPECT_TRUE(info.Refresh());
     return info;
   }
 };
@@ -296,4 +303,169 @@ TEST_F(ManagerSettings, SettingsStormEndsInWholeFadesAndTheLastWrite) {
   audio.join();
   EXPECT_NEAR(lastGain, Gain(-9.0), 1e-3) << "the stream follows the last write";
   EXPECT_FALSE(fadeCutShort);
+}
+
+namespace {
+
+// The level of the stream a few blocks after Initialize, in dB.
+double SettledLevelDb(ZORAPOProcessManager& manager) {
+  double gain = 0;
+  for (size_t first = 0; first < 8 * 480; first += 480) {
+    const std::vector<float> x = Sine(480, 2, 997.0, 48000.0, first);
+    std::vector<float> y(960);
+    uint32_t in = 480, out = 480;
+    manager.Process(x.data(), &in, y.data(), &out, false);
+    gain = std::sqrt(std::inner_product(y.begin(), y.end(), y.begin(), 0.0) /
+                     std::inner_product(x.begin(), x.end(), x.begin(), 0.0));
+  }
+  return 20.0 * std::log10(gain);
+}
+
+}  // namespace
+
+// What the first chain plays for each combination of the stored settings,
+// the content of the stream, the listeners' news and the override. -3 dB is
+// the default mode "Loud", -9 dB "Quiet", 0 dB bypass.
+TEST_F(ManagerSettings, ModeAndBypassFollowTheSettingsByTheirRank) {
+  struct Row {
+    int autoContent;        // stored "APO4-Auto Content Mode Enable", -1 none
+    uint32_t content;       // the stream's content index
+    const char* stored;     // the stored mode, null for none
+    int enable;             // stored "APO4-Process Enable", -1 none
+    const char* heard;      // a public setting the listener hears with 0, null for none
+    int32_t bypassOverride;
+    uint32_t sysFx;         // the switch in the FX store, told by code `event`
+    int32_t event;
+    double db;
+  } const rows[] = {
+      {-1, 0, nullptr, -1, nullptr, 0, 0, -1, -3},
+      {-1, 0, "APO4-Quiet", -1, nullptr, 0, 0, -1, -9},
+      {-1, 0, "APO4-Unknown", -1, nullptr, 0, 0, -1, -3},          // falls back to the default
+      {1, 2, nullptr, -1, nullptr, 0, 0, -1, -3},                  // no stored mode to adapt: default
+      {1, 2, "APO4-Loud", -1, nullptr, 0, 0, -1, -9},              // movies get "Quiet"
+      {0, 2, nullptr, -1, nullptr, 0, 0, -1, -3},                  // automatic content off
+      {1, 5, "APO4-Quiet", -1, nullptr, 0, 0, -1, -9},             // "APO4-NotFound": the stored mode
+      {1, 4, "APO4-Quiet", -1, nullptr, 0, 0, -1, -3},             // a preset the file lacks: default
+      {-1, 0, nullptr, 0, nullptr, 0, 0, -1, 0},                   // processing off
+      {-1, 0, nullptr, 0, nullptr, 2, 0, -1, -3},                  // forced on
+      {-1, 0, nullptr, 1, nullptr, 1, 0, -1, 0},                   // forced off
+      {-1, 0, nullptr, -1, "APO4-Process Enable", 0, 0, -1, 0},
+      {-1, 0, nullptr, -1, "apo4-process enable", 0, 0, -1, -3},   // names match exactly
+      {-1, 0, nullptr, -1, "APO4-Process Enable ", 0, 0, -1, -3},
+      {-1, 0, nullptr, 1, nullptr, 2, 1, 3, 0},                    // the switch beats the override
+      {-1, 0, nullptr, 1, nullptr, 0, 0x10001, 3, 0},              // only the low 16 bits count
+      {-1, 0, nullptr, 1, nullptr, 0, 0x10000, 3, -3},
+      {-1, 0, nullptr, 1, nullptr, 0, 1, 0, -3},                   // other events are ignored
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(testing::Message() << "row " << (&row - rows));
+#ifdef _WIN32
+    if (row.event >= 0) {
+      continue;  // the FX store is held only by a listed endpoint
+    }
+#endif
+    const ZORAPOEndpointInfo& info = ListedEndpoint(DataFile("levels.xml"));
+    {
+      ZORAPOGlobalSettings global;
+      ZORAPOModeSelector selector;
+      ASSERT_TRUE(global.InitGlobal(info.GetSettingsKeyPath(), nullptr));
+      ZORUTSValueList list;
+      if (row.autoContent >= 0) {
+        list.Insert(ZORUTSValue(ZORAPOProcessManager::kAutoContentModeKey, row.autoContent));
+      }
+      if (row.enable >= 0) {
+        list.Insert(ZORUTSValue(ZORAPOProcessManager::kProcessEnableKey, row.enable));
+      }
+      ASSERT_TRUE(global.WriteAll(list));
+      ASSERT_TRUE(selector.Init(info.GetSettingsKeyPath(), ZORAPOModeId()));
+      if (row.stored) {
+        ASSERT_TRUE(selector.SetMode(ZORAPOModeId(row.stored, "APO4-Any Speaker")));
+      }
+    }
+    auto* fx = new ZORTestPropertyStore;
+    fx->SetText(PKEY_AudioEndpoint_GUID, info.GetEndpointGuid().Text());
+    fx->SetNumber(PKEY_AudioEndpoint_Disable_SysFx, row.sysFx);
+    IPropertyStore* properties = fx;
+    IMMDevice* device = nullptr;
+    {
+      ZORAPOProcessManager manager;
+      ASSERT_TRUE(manager.SetEndpoint(device, properties, 1, row.content));
+      if (!manager.IsBound()) {
+        ASSERT_TRUE(manager.SetEndpointInfo(info, 1));
+      }
+      manager.SetBypassOverride(row.bypassOverride);
+      if (row.event >= 0) manager.OnEndpointEvent(row.event);
+      ZORAPOGlobalSettings notifier;
+      if (row.heard) manager.OnPublicSettingChanged(notifier, ZORUTSValue(row.heard, 0));
+      ASSERT_TRUE(manager.Initialize(2, 2, 48000, row.content, 1));
+      EXPECT_NEAR(SettledLevelDb(manager), row.db, 0.01);
+    }
+    fx->Release();
+  }
+}
+
+// The meters see the stream's levels on both sides while the output is
+// muted; the channel in the side channel's place reads 0; a capture endpoint
+// meters nothing whatever its file says; a chain's pipe tap hears silence.
+TEST_F(ManagerSettings, MetersShowBothSidesWhileMutedAndCaptureMetersNothing) {
+  for (const uint32_t channels : {2u, 8u}) {  // 8: no chain in the file, bypassed at 0 dB
+    SCOPED_TRACE(channels);
+    const ZORAPOEndpointInfo& info = ListedEndpoint(DataFile("levels.xml"));
+    ZORAPOProcessManager manager;
+    ASSERT_TRUE(manager.SetEndpointInfo(info, 1));
+    ASSERT_EQ(manager.GetMeteringMode(), 3u) << "APO4-Both";
+    ASSERT_TRUE(manager.Initialize(channels, channels, 48000, 0, 1));
+    manager.SetMute(true);
+    ZORAPOSharedMeter monitors[2];
+    std::vector<float> levels[2];
+    for (uint32_t index = 0; index < 2; ++index) {
+      ASSERT_TRUE(monitors[index].OpenCreate(info, index));
+    }
+    std::vector<float> x, y(480 * channels);
+    for (size_t first = 0; first < 8 * 480; first += 480) {
+      for (uint32_t index = 0; index < 2; ++index) {
+        monitors[index].ReadWrite(levels[index], true);
+      }
+      x = Sine(480, channels, 997.0, 48000.0, first);
+      uint32_t in = 480, out = 480;
+      manager.Process(x.data(), &in, y.data(), &out, false);
+    }
+    for (uint32_t index = 0; index < 2; ++index) {
+      ASSERT_TRUE(monitors[index].ReadWrite(levels[index], true));
+    }
+    EXPECT_EQ(y, std::vector<float>(y.size(), 0.0f)) << "muted";
+    const double gain = channels == 2 ? Gain(-3.0) : 1.0;
+    for (uint32_t c = 0; c < ZORAPOSharedMeter::kChannelCount; ++c) {
+      float peak = 0;
+      for (size_t i = c; c < channels && c != 7 && i < x.size(); i += channels) {
+        peak = std::max(peak, std::abs(x[i]));
+      }
+      EXPECT_FLOAT_EQ(levels[0][c], peak) << "input " << c;
+      EXPECT_NEAR(levels[1][c], peak * gain, 1e-4) << "output " << c;
+    }
+    ZORAudioDataFloat tap = Wrap(x, channels);
+    manager.OnPipeData(true, tap);
+    EXPECT_EQ(Interleaved(tap), std::vector<float>(x.size(), 0.0f));
+  }
+  ZORAPOProcessManager capture;
+  ASSERT_TRUE(capture.SetEndpointInfo(ListedEndpoint(DataFile("levels.xml"), false), 1));
+  EXPECT_EQ(capture.GetMeteringMode(), 0u);
+}
+
+// Every Initialize on an endpoint counts, across managers and restarts; a
+// value that is no number counts as none.
+TEST_F(ManagerSettings, InitializeCountsInTheSettingsKeyAcrossRestarts) {
+  const ZORAPOEndpointInfo& info = ListedEndpoint(DataFile("levels.xml"));
+  WriteText(info.GetSettingsKeyPath(), ZORAPOProcessManager::kInitCountValue, u"many");
+  for (int restart = 0; restart < 2; ++restart) {
+    ZORAPOProcessManager manager;
+    ASSERT_TRUE(manager.SetEndpointInfo(info, 1));
+    ASSERT_TRUE(manager.Initialize(2, 2, 48000, 0, 1));
+    ASSERT_TRUE(manager.Initialize(2, 2, 44100, 0, 1));
+  }
+  zor::os::RegKey key;
+  uint32_t count = 0;
+  ASSERT_EQ(zor::os::RegKey::Open(info.GetSettingsKeyPath(), zor::os::kKeyQueryValue, key), zor::os::RegStatus::Ok);
+  ASSERT_EQ(key.ReadDword(ZORAPOProcessManager::kInitCountValue, count), zor::os::RegStatus::Ok);
+  EXPECT_EQ(count, 4u);
 }
