@@ -119,6 +119,25 @@ TEST(VeltechPeq, MeasuredMagnitudeMatchesTheDesignedSections) {
   }
 }
 
+// Channels filtered in pairs come out as each would alone: no state is
+// shared or swapped between the two.
+TEST(VeltechPeq, ChannelsOfAPairFilterAsEachWouldAlone) {
+  const Channels input{Noise(4800, 0.5, 1), Noise(4800, 0.5, 2), Noise(4800, 0.5, 3)};
+  Veltech stereo("peq");
+  SetBand(stereo, 1, {kPeak, 500, 9.0, 2.0});
+  ASSERT_TRUE(stereo.Init(3, 48000));
+  Channels together = input;
+  stereo.RunAll(together, 480);
+  for (size_t c = 0; c < input.size(); ++c) {
+    Veltech mono("peq");
+    SetBand(mono, 1, {kPeak, 500, 9.0, 2.0});
+    ASSERT_TRUE(mono.Init(1, 48000));
+    Channels alone{input[c]};
+    mono.RunAll(alone, 480);
+    for (size_t i = 0; i < alone[0].size(); ++i) ASSERT_NEAR(together[c][i], alone[0][i], 1e-6) << c << " " << i;
+  }
+}
+
 TEST(VeltechPeq, ChangesGlideWithoutSteps) {
   const uint32_t rate = 48000;
   const double f = 100.0;
