@@ -228,12 +228,13 @@ TEST(ZORPropertySet, TypedGetters) {
   set.SetPropertyAString(u"text", " \t-42abc");
   set.SetPropertyAString(u"word", "abc");
   set.SetPropertyAString(u"big", "99999999999");
+  set.SetPropertyAString(u"small", "-99999999999");
   set.SetPropertyWString(u"wide", u"+17");
   set.SetProperty(u"float", VELAnyValFloat(2.5f));
   set.SetProperty(u"bytes", VELAnyValBinaryUC(nullptr, 0));
   const std::pair<const char16_t*, int32_t> numbers[] = {
       {u"long", -5}, {u"int", 6},     {u"short", -1}, {u"bool", 2}, {u"text", -42},
-      {u"word", 0},  {u"big", INT32_MAX}, {u"wide", 17}, {u"float", 12345}, {u"bytes", 12345}, {u"absent", 12345},
+      {u"word", 0},  {u"big", INT32_MAX}, {u"small", INT32_MIN}, {u"wide", 17}, {u"float", 12345}, {u"bytes", 12345}, {u"absent", 12345},
   };
   for (const auto& [name, expected] : numbers) {
     int32_t number = 12345;
