@@ -353,12 +353,12 @@ TEST(VeltechStereo, CrossfeedKeepsTheCentreAndSpreadsTheBassOfTheSides) {
   for (const double f : {40.0, 10000.0, -40.0}) {  // negative: the tone on the right
     Veltech crossfeed("crossfeed");
     ASSERT_TRUE(crossfeed.Init(2, rate));
-    const size_t near = f < 0 ? 1 : 0;
+    const size_t nearSide = f < 0 ? 1 : 0;  // "near" is a macro on Windows
     Channels audio(2, std::vector<float>(rate + rate / 4, 0.0f));
-    audio[near] = Sine(std::fabs(f), 0.5, rate, rate + rate / 4);
+    audio[nearSide] = Sine(std::fabs(f), 0.5, rate, rate + rate / 4);
     crossfeed.RunAll(audio, 480);
-    const double nearDb = ToDecibels(AmplitudeAt(audio[near], rate / 4, rate, std::fabs(f), rate) / 0.5);
-    const double farDb = ToDecibels(AmplitudeAt(audio[1 - near], rate / 4, rate, std::fabs(f), rate) / 0.5);
+    const double nearDb = ToDecibels(AmplitudeAt(audio[nearSide], rate / 4, rate, std::fabs(f), rate) / 0.5);
+    const double farDb = ToDecibels(AmplitudeAt(audio[1 - nearSide], rate / 4, rate, std::fabs(f), rate) / 0.5);
     if (std::fabs(f) < 100.0) {
       EXPECT_NEAR(nearDb - farDb, 4.5, 0.2);
     } else {
