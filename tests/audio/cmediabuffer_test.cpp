@@ -27,60 +27,38 @@ constexpr GUID kSubFormatFloat = {
 
 }  // namespace
 
-TEST(CMediaBuffer, CreateChecksItsArguments) {
+// Arguments, the length within the maximum (re-armed too, never while
+// another holds it), and the interfaces it answers.
+TEST(CMediaBuffer, KeepsItsLengthWithinTheMaximumAndAnswersOnlyItsInterfaces) {
   EXPECT_EQ(CMediaBuffer::Create(16, nullptr), E_POINTER);
   IMediaBuffer* buffer = nullptr;
-  ASSERT_EQ(CMediaBuffer::Create(16, &buffer), S_OK);
-  DWORD maxLength = 0;
-  EXPECT_EQ(buffer->GetMaxLength(&maxLength), S_OK);
-  EXPECT_EQ(maxLength, 16u);
-  EXPECT_EQ(buffer->GetMaxLength(nullptr), E_POINTER);
-  DWORD length = 99;
-  EXPECT_EQ(buffer->GetBufferAndLength(nullptr, &length), S_OK);
-  EXPECT_EQ(length, 0u) << "a new buffer is empty";
-  EXPECT_EQ(buffer->Release(), 0u) << "the creator holds the only reference";
-
-  // An empty buffer still has bytes to point at.
   ASSERT_EQ(CMediaBuffer::Create(0, &buffer), S_OK);
   BYTE* bytes = nullptr;
   EXPECT_EQ(buffer->GetBufferAndLength(&bytes, nullptr), S_OK);
-  EXPECT_NE(bytes, nullptr);
+  EXPECT_NE(bytes, nullptr) << "an empty buffer still has bytes to point at";
   EXPECT_EQ(buffer->SetLength(1), E_INVALIDARG);
-  buffer->Release();
-}
+  EXPECT_EQ(buffer->Release(), 0u);
 
-TEST(CMediaBuffer, LengthStaysWithinTheMaximum) {
-  IMediaBuffer* buffer = nullptr;
   ASSERT_EQ(CMediaBuffer::Create(8, &buffer), S_OK);
+  DWORD length = 99;
+  EXPECT_EQ(buffer->GetMaxLength(nullptr), E_POINTER);
+  EXPECT_EQ(buffer->GetBufferAndLength(nullptr, nullptr), E_POINTER);
+  ASSERT_EQ(buffer->GetBufferAndLength(nullptr, &length), S_OK);
+  EXPECT_EQ(length, 0u) << "a new buffer is empty";
   EXPECT_EQ(buffer->SetLength(9), E_INVALIDARG);
   EXPECT_EQ(buffer->SetLength(8), S_OK);
-  BYTE* bytes = nullptr;
-  DWORD length = 0;
-  EXPECT_EQ(buffer->GetBufferAndLength(nullptr, nullptr), E_POINTER);
-  ASSERT_EQ(buffer->GetBufferAndLength(&bytes, nullptr), S_OK);
-  ASSERT_NE(bytes, nullptr);
-  std::memset(bytes, 0xAB, 8);
   ASSERT_EQ(buffer->GetBufferAndLength(&bytes, &length), S_OK);
   EXPECT_EQ(length, 8u);
-  EXPECT_EQ(bytes[7], 0xAB);
+  std::memset(bytes, 0xAB, 8);
 
-  // Re-armed smaller, the maximum follows; larger than owned, it refuses.
   auto* concrete = static_cast<CMediaBuffer*>(buffer);
   EXPECT_TRUE(concrete->Rearm(4));
   EXPECT_EQ(buffer->SetLength(5), E_INVALIDARG);
-  EXPECT_TRUE(concrete->Rearm(8));
-  EXPECT_FALSE(concrete->Rearm(9));
-  // Held by another (as a media object may hold its input), it refuses too.
-  buffer->AddRef();
+  EXPECT_FALSE(concrete->Rearm(9)) << "larger than owned";
+  buffer->AddRef();  // as a media object may hold its input
   EXPECT_FALSE(concrete->Rearm(4));
   buffer->Release();
-  EXPECT_TRUE(concrete->Rearm(4));
-  buffer->Release();
-}
 
-TEST(CMediaBuffer, AnswersOnlyItsOwnInterfaces) {
-  IMediaBuffer* buffer = nullptr;
-  ASSERT_EQ(CMediaBuffer::Create(4, &buffer), S_OK);
   void* object = nullptr;
   ASSERT_EQ(buffer->QueryInterface(IID_IUnknown, &object), S_OK);
   EXPECT_EQ(object, static_cast<IUnknown*>(buffer));
@@ -90,43 +68,28 @@ TEST(CMediaBuffer, AnswersOnlyItsOwnInterfaces) {
   EXPECT_EQ(buffer->QueryInterface(__uuidof(IMediaObject), &object), E_NOINTERFACE);
   EXPECT_EQ(object, nullptr);
   EXPECT_EQ(buffer->QueryInterface(IID_IUnknown, nullptr), E_POINTER);
-  EXPECT_EQ(buffer->AddRef(), 2u);
-  EXPECT_EQ(buffer->Release(), 1u);
   EXPECT_EQ(buffer->Release(), 0u);
 }
 
+// The format block itself is pinned byte for byte elsewhere; here it is read
+// through the platform's own structures.
 TEST(ResamplerMediaType, DescribesFloatAudioInTheThreeChannelLayouts) {
-  for (uint32_t channels : {1u, 2u, 3u, 6u, 7u, 8u}) {
+  for (uint32_t channels : {1u, 2u, 3u, 7u}) {
     DMO_MEDIA_TYPE type{};
     ASSERT_EQ(zor::os::InitResamplerMediaType(type, 44100, channels), S_OK);
     EXPECT_TRUE(IsEqualGUID(type.majortype, kMediaTypeAudio));
     EXPECT_TRUE(IsEqualGUID(type.subtype, kSubtypePcm));
-    EXPECT_TRUE(type.bFixedSizeSamples);
-    EXPECT_FALSE(type.bTemporalCompression);
-    EXPECT_EQ(type.lSampleSize, channels * 4);
     EXPECT_TRUE(IsEqualGUID(type.formattype, kFormatWaveFormatEx));
-    EXPECT_EQ(type.pUnk, nullptr);
+    EXPECT_TRUE(type.bFixedSizeSamples && !type.bTemporalCompression && type.pUnk == nullptr);
+    EXPECT_EQ(type.lSampleSize, channels * 4);
     ASSERT_EQ(type.cbFormat, 40u);
-
-    // The block read through the platform's own structures.
     const auto* format = reinterpret_cast<const WAVEFORMATEXTENSIBLE*>(type.pbFormat);
-    EXPECT_EQ(format->Format.nChannels, channels);
-    EXPECT_EQ(format->Format.nSamplesPerSec, 44100u);
-    EXPECT_EQ(format->Format.nBlockAlign, channels * 4);
     EXPECT_EQ(format->Format.nAvgBytesPerSec, channels * 4 * 44100);
-    EXPECT_EQ(format->Format.wBitsPerSample, 32);
-    if (channels <= 2) {
-      EXPECT_EQ(format->Format.wFormatTag, WAVE_FORMAT_IEEE_FLOAT);
-      EXPECT_EQ(format->Format.cbSize, 0);
-    } else {
-      EXPECT_EQ(format->Format.wFormatTag, WAVE_FORMAT_EXTENSIBLE);
-      EXPECT_EQ(format->Format.cbSize, 22);
-      EXPECT_EQ(format->Samples.wValidBitsPerSample, 32);
+    if (channels > 2) {
       EXPECT_EQ(format->dwChannelMask, channels > 6 ? 255u : 63u);
       EXPECT_TRUE(IsEqualGUID(format->SubFormat, kSubFormatFloat));
     }
-    const zor::os::ResamplerFormatBlock block =
-        zor::os::MakeResamplerFormatBlock(44100, channels);
+    const zor::os::ResamplerFormatBlock block = zor::os::MakeResamplerFormatBlock(44100, channels);
     EXPECT_EQ(std::memcmp(type.pbFormat, block.data(), block.size()), 0);
     zor::os::FreeResamplerMediaType(type);
   }
@@ -141,9 +104,6 @@ TEST(Resampler, ConvertsOnWindowsWithOrWithoutTheSystemsObject) {
     zor::os::Resampler resampler;
     ASSERT_TRUE(resampler.SetFormat(44100, 48000, 2));
     EXPECT_NE(resampler.GetEngine(), zor::os::Resampler::Engine::kNone);
-    RecordProperty("engine", resampler.GetEngine() == zor::os::Resampler::Engine::kMediaObject
-                                 ? "media object"
-                                 : "speexdsp");
     std::vector<float> input(441 * 2, 0.25f);
     std::vector<float> output(490 * 2);
     uint32_t total = 0;

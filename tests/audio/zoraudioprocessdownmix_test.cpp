@@ -101,25 +101,3 @@ TEST(ZORAudioProcessDownmix, FoldsByModeAndKeepsTheChannelCount) {
   EXPECT_EQ(empty.GetFrames(), 0u);
 }
 
-// Modes 2 and 3 step by a pair whatever the block's width: on a wider block
-// they work the first `frames` pairs of samples and leave the rest.
-TEST(ZORAudioProcessDownmix, PairModesWorkInPairsOnWiderBlocks) {
-  ZORAudioProcessDownmix downmix;
-  for (const uint32_t mode : {ZORAudioProcessDownmix::Mode_StereoToMono, ZORAudioProcessDownmix::Mode_MonoToBoth}) {
-    downmix.SetMode(mode);
-    for (const uint32_t channels : {4u, 6u, 8u}) {
-      const std::vector<float> in = Noise(channels * 7, mode * 10 + channels);
-      std::vector<float> expected = in;
-      for (size_t pair = 0; pair < 7; ++pair) {
-        float* y = &expected[pair * 2];
-        if (mode == ZORAudioProcessDownmix::Mode_StereoToMono) {
-          y[0] = (y[1] + y[0]) * k;
-          y[1] = 0.0f;
-        } else {
-          y[1] = y[0];
-        }
-      }
-      EXPECT_EQ(Through(downmix, in, channels), expected) << "mode " << mode << ", " << channels;
-    }
-  }
-}

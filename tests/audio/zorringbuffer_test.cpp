@@ -118,18 +118,6 @@ TEST(ZORRingBuffer, ViewsOfAnyWidthKeepTheChannelsInLockstep) {
             (std::vector<float>{0, 0, 1, 2, 3, 4, 0, 100, 101, 102, 103, 104}));
 }
 
-TEST(ZORRingBuffer, RingWithoutChannelsPassesTheViewsLengthThrough) {
-  ZORRingBuffer<float> ring;
-  EXPECT_EQ(ring.Allocate(0, 2, true), 0u);
-  EXPECT_EQ(ring.GetCapacity() + ring.GetWritableFrames(), 0u);
-  ZORAudioDataFloat block;
-  FillRamps(block, 5, 2);
-  ZORAudioDataIndexed<float> view(&block, 2);
-  EXPECT_EQ(ring.Write(view), 3u);
-  EXPECT_EQ(ring.Read(view), 3u);
-  EXPECT_EQ(block.GetData(false, false)[4], 4.0f);  // untouched
-}
-
 TEST(ZORAudioDataIndexed, PointsIntoThePlanarChannelAndNeverPastTheBlock) {
   ZORAudioDataFloat block;
   FillRamps(block, 5, 3);

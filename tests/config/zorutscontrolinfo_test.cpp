@@ -45,29 +45,19 @@ TEST(ZORUTSControlInfo, ReadsEveryFieldAtItsOffset) {
   EXPECT_EQ(info.scale, 0xDEADBEEFu);
 }
 
-TEST(ZORUTSControlInfo, ScaleIsOneUnlessTypeTwo) {
+// A scale only for type 2; missing arrays and names read empty.
+TEST(ZORUTSControlInfo, ScaleIsOneUnlessTypeTwoAndMissingFieldsReadEmpty) {
   for (int32_t type : {0, 1, 3, -2}) {
-    const auto record = MakeRecord("c", 0, 0, 0, nullptr, type, std::bit_cast<uint32_t>(7.0f));
+    const auto record = MakeRecord(nullptr, 1, 2, 5, nullptr, type, std::bit_cast<uint32_t>(7.0f));
     ZORUTSControlInfo info;
+    info.enumNames = {"stale"};
     info.SetFromDescriptor(record.data());
     EXPECT_EQ(info.GetScale(), 1.0f) << type;
-    info.SetFromRawDescriptor(record.data());
-    EXPECT_EQ(info.GetScale(), 7.0f);
+    EXPECT_EQ(info.name, "");
+    EXPECT_TRUE(info.enumNames.empty());
+    info.SetFromDescriptor(nullptr);  // changes nothing
+    EXPECT_EQ(info.first, 1);
   }
-}
-
-TEST(ZORUTSControlInfo, MissingArraysAndNamesReadEmpty) {
-  ZORUTSControlInfo info;
-  info.enumNames = {"stale"};
-  const auto record = MakeRecord(nullptr, 1, 2, 5, nullptr, 0, 0);
-  info.SetFromDescriptor(record.data());
-  EXPECT_EQ(info.name, "");
-  EXPECT_TRUE(info.enumNames.empty());
-
-  info.SetName("renamed");
-  info.SetFromDescriptor(nullptr);  // changes nothing
-  EXPECT_EQ(info.name, "renamed");
-  EXPECT_EQ(info.first, 1);
 }
 
 TEST(ZORUTSNameList, ContainsAndRemoveFirst) {

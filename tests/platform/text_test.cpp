@@ -37,10 +37,10 @@ TEST(Text, IllFormedTextBecomesOneReplacementPerMaximalPart) {
   EXPECT_EQ(Utf16ToUtf8(std::u16string_view(pair.data(), 1)), "\xEF\xBF\xBD");
   // Unpaired surrogates become replacements.
   const char16_t lead[] = {0xD83D, u'x', 0};
-  const char16_t trail[] = {0xDE00, 0};
+  const char16_t trail[] = {0xDE00, 0xDE00, 0};  // a trail never leads a pair
   const char16_t reversed[] = {0xDE00, 0xD83D, 0};
   EXPECT_EQ(Utf16ToUtf8(lead), "\xEF\xBF\xBDx");
-  EXPECT_EQ(Utf16ToUtf8(trail), "\xEF\xBF\xBD");
+  EXPECT_EQ(Utf16ToUtf8(trail), "\xEF\xBF\xBD\xEF\xBF\xBD");
   EXPECT_EQ(Utf16ToUtf8(reversed), "\xEF\xBF\xBD\xEF\xBF\xBD");
   EXPECT_EQ(zor::os::Utf8LengthOf(reversed), 6u);
 }

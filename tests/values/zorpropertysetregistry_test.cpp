@@ -184,30 +184,23 @@ TEST_F(PropertySetRegistry, LoadBinaryReplacesOrMergesAsItsFlagsSay) {
   source.SetPropertyLong(u"A", 1);
   source.SetPropertyLong(u"B", 2);
   SaveFromOutside(source, u"Blob");
-  const auto reset = [this] {
+  struct Case {
+    bool merge, overwriteExisting, addNew;
+    int32_t a, b, c;  // then; -999: missing
+  };
+  for (const Case& flags : {Case{true, true, false, 1, -999, 3}, Case{true, false, true, 0, 2, 3},
+                            Case{false, false, false, 1, 2, -999}}) {
     set.ClearAllProperties();
     set.SetPropertyLong(u"a", 0);
     set.SetPropertyLong(u"C", 3);
-  };
-
-  reset();
-  ASSERT_TRUE(registry.LoadBinary(u"Blob", true, true, false));
-  EXPECT_EQ(LongOf(set, u"A"), 1);
-  EXPECT_EQ(LongOf(set, u"C"), 3);
-  EXPECT_EQ(LongOf(set, u"B"), -999);
-
-  reset();
-  ASSERT_TRUE(registry.LoadBinary(u"Blob", true, false, true));
-  EXPECT_EQ(LongOf(set, u"A"), 0);
-  EXPECT_EQ(LongOf(set, u"B"), 2);
-
-  reset();
-  ASSERT_TRUE(registry.LoadBinary(u"Blob", false, false, false));
+    ASSERT_TRUE(registry.LoadBinary(u"Blob", flags.merge, flags.overwriteExisting, flags.addNew));
+    EXPECT_EQ(LongOf(set, u"A"), flags.a);
+    EXPECT_EQ(LongOf(set, u"B"), flags.b);
+    EXPECT_EQ(LongOf(set, u"C"), flags.c);
+  }
   ZORPropertyList list;
   set.GetAllProperties(list);
-  ASSERT_EQ(list.size(), 2u);
-  EXPECT_EQ(list[0].name, u"A");
-  EXPECT_EQ(list[1].name, u"B");
+  EXPECT_EQ(list.at(0).name, u"A") << "a replacing load takes the blob's spelling";
 
   // A blob cut inside its second record: the replacing load keeps the first
   // and says false.

@@ -1,0 +1,442 @@
+// Resampling, over rate pairs: formats refused, a stream converting alike in
+// any pieces and within the room given, the format block byte for byte, the
+// chain's FIFO keeping the host's frames (cushion, short and long deliveries,
+// no allocation) and the tone surviving the round trip.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <numbers>
+#include <vector>
+
+#include "allocationcounter.h"
+#include "audio/zoraudiodatafloat.h"
+#include "audio/zoraudioprocessresamplechain.h"
+#include "audio/zorresamplehandler.h"
+#include "audio/zorsamplerateconvert.h"
+#include "audiotesting.h"
+#include "platform/resamplerformat.h"
+#include "support/zorlogcapture.h"
+
+namespace {
+
+using namespace velapo::test;
+
+struct RatePair {
+  uint32_t from, to;
+};
+constexpr RatePair kPairs[] = {{44100, 48000}, {48000, 44100}, {22050, 32000}};
+
+// Converts `input` in pieces of the given sizes (cycled) with room to spare
+// and returns all that came out.
+std::vector<float> ConvertInPieces(ZORSampleRateConvert& convert, const std::vector<float>& input,
+                                   const std::vector<uint32_t>& pieces, uint32_t channels) {
+  std::vector<float> output;
+  std::vector<float> buffer;
+  for (size_t i = 0, at = 0; at < input.size(); ++i) {
+    const uint32_t frames = pieces[i % pieces.size()];
+    uint32_t in = static_cast<uint32_t>(std::min<size_t>(size_t{frames} * channels, input.size() - at));
+    buffer.resize(size_t{frames} * 2 * channels + 64);
+    uint32_t out = static_cast<uint32_t>(buffer.size());
+    EXPECT_TRUE(convert.Convert(input.data() + at, in, buffer.data(), out));
+    EXPECT_EQ(out % channels, 0u);
+    if (in == 0) {
+      ADD_FAILURE() << "nothing consumed with room to spare";
+      break;
+    }
+    at += in;
+    output.insert(output.end(), buffer.begin(), buffer.begin() + out);
+  }
+  return output;
+}
+
+// Least-squares fit of a·sin + b·cos + c at `frequency` to channel 0 after
+// the filters settled; returns the residual against the tone's level (THD+N)
+// and the fitted amplitude.
+constexpr size_t kSettleFrames = 4096;
+struct ToneFit {
+  double amplitude, residualDb;
+};
+ToneFit FitTone(const std::vector<float>& samples, double frequency, double rate) {
+  const size_t frames = samples.size() / 2;
+  const auto basis = [&](size_t f, int k) {
+    const double phase = 2.0 * std::numbers::pi * frequency * static_cast<double>(f) / rate;
+    return k == 0 ? std::sin(phase) : k == 1 ? std::cos(phase) : 1.0;
+  };
+  double m[3][4] = {};
+  for (size_t f = kSettleFrames; f < frames; ++f) {
+    for (int r = 0; r < 3; ++r) {
+      for (int c = 0; c < 3; ++c) m[r][c] += basis(f, r) * basis(f, c);
+      m[r][3] += basis(f, r) * samples[f * 2];
+    }
+  }
+  for (int p = 0; p < 3; ++p) {
+    for (int r = p + 1; r < 3; ++r) {
+      const double k = m[r][p] / m[p][p];
+      for (int c = p; c < 4; ++c) m[r][c] -= k * m[p][c];
+    }
+  }
+  double x[3];
+  for (int p = 2; p >= 0; --p) {
+    x[p] = m[p][3];
+    for (int c = p + 1; c < 3; ++c) x[p] -= m[p][c] * x[c];
+    x[p] /= m[p][p];
+  }
+  double residual = 0.0;
+  for (size_t f = kSettleFrames; f < frames; ++f) {
+    const double e = samples[f * 2] - (x[0] * basis(f, 0) + x[1] * basis(f, 1) + x[2]);
+    residual += e * e;
+  }
+  const double amplitude = std::hypot(x[0], x[1]);
+  const double rms = std::sqrt(residual / static_cast<double>(frames - kSettleFrames));
+  return {amplitude, 20.0 * std::log10(rms / (amplitude / std::numbers::sqrt2))};
+}
+
+// Half a second at `rate` through a chain running at `internalRate`, in
+// 10 ms blocks, each of which must keep its frame count.
+std::vector<float> RoundTrip(const std::vector<float>& input, uint32_t rate, uint32_t internalRate) {
+  ZORAudioProcessResampleChain chain;
+  chain.SetInternalRate(internalRate);
+  EXPECT_TRUE(chain.Init(2, rate));
+  const uint32_t block = rate / 100;
+  std::vector<float> output;
+  ZORAudioDataFloat data;
+  for (size_t at = 0; at + size_t{block} * 2 <= input.size(); at += size_t{block} * 2) {
+    data.AssignMemory(input.data() + at, block, 2, true, rate);
+    chain.Process(&data);
+    EXPECT_EQ(data.GetFrames(), block);
+    const std::vector<float> out = Interleaved(data);
+    output.insert(output.end(), out.begin(), out.end());
+  }
+  EXPECT_EQ(chain.GetPaddedFrames(), 0u);
+  EXPECT_EQ(chain.GetDroppedFrames(), 0u);
+  return output;
+}
+
+std::vector<float> Feed(ZORAudioProcessResampleChain& chain, ZORAudioDataFloat& data,
+                        const std::vector<float>& samples, uint32_t channels, uint32_t rate) {
+  data.AssignMemory(samples.data(), static_cast<uint32_t>(samples.size() / channels), channels, true, rate);
+  chain.Process(&data);
+  return Interleaved(data);
+}
+
+}  // namespace
+
+TEST(ZORSampleRateConvert, RefusesWhatNoConverterTakesAndForgetsTheFormat) {
+  ZORSampleRateConvert convert;
+  EXPECT_EQ(convert.SetFormat(44100, 48000, 2), ZORSampleRateConvert::kFormatSetUp);
+  EXPECT_EQ(convert.SetFormat(44100, 48000, 2), ZORSampleRateConvert::kFormatUnchanged);
+  struct Refused {
+    uint32_t inputRate, outputRate, channels;
+  };
+  for (const Refused& bad : {Refused{0, 48000, 2}, Refused{44100, 0, 2}, Refused{44100, 48000, 0},
+                             Refused{IZORAudioData<float>::kRateNotSet, 48000, 2},
+                             Refused{44100, 48000, zor::os::kResamplerMaxChannels + 1},
+                             Refused{zor::os::kResamplerMinRate - 1, 48000, 1}}) {
+    convert.SetFormat(44100, 48000, 2);
+    EXPECT_EQ(convert.SetFormat(bad.inputRate, bad.outputRate, bad.channels), ZORSampleRateConvert::kFormatFailed)
+        << bad.inputRate << " -> " << bad.outputRate << " x " << bad.channels;
+    EXPECT_EQ(convert.GetChannels(), 0u);
+    float sample = 1.0f;
+    uint32_t in = 1;
+    uint32_t room = 1;
+    EXPECT_FALSE(convert.Convert(&sample, in, &sample, room));
+    EXPECT_EQ(in + room, 0u);
+  }
+  ZORSampleRateConvert fresh;
+  EXPECT_EQ(fresh.SetFormat(0, 0, 0), ZORSampleRateConvert::kFormatFailed);
+}
+
+// The filter's state carries from call to call: odd pieces give the samples
+// even ones give, and the length is the rate ratio's.
+TEST(ZORSampleRateConvert, AStreamConvertsAlikeWhateverItsPieces) {
+  for (const RatePair& pair : kPairs) {
+    const std::vector<float> input = Sine(20000, 2, 997.0, pair.from);
+    ZORSampleRateConvert even;
+    ZORSampleRateConvert odd;
+    ASSERT_NE(even.SetFormat(pair.from, pair.to, 2), ZORSampleRateConvert::kFormatFailed);
+    ASSERT_NE(odd.SetFormat(pair.from, pair.to, 2), ZORSampleRateConvert::kFormatFailed);
+    const std::vector<float> a = ConvertInPieces(even, input, {441}, 2);
+    const std::vector<float> b = ConvertInPieces(odd, input, {1, 17, 300, 2, 999, 64}, 2);
+    EXPECT_NEAR(static_cast<double>(a.size() / 2), 20000.0 * pair.to / pair.from, 2.0) << pair.from;
+    ASSERT_EQ(a.size(), b.size());
+    for (size_t i = 0; i < a.size(); ++i) ASSERT_NEAR(a[i], b[i], 1e-6f) << "sample " << i;
+  }
+}
+
+TEST(ZORSampleRateConvert, NeverWritesPastTheRoomGiven) {
+  ZORSampleRateConvert convert;
+  ASSERT_NE(convert.SetFormat(44100, 48000, 2), ZORSampleRateConvert::kFormatFailed);
+  const std::vector<float> input = Sine(441, 2, 440.0, 44100.0);
+  constexpr float kGuard = 1234.5f;
+  std::vector<float> output(64, kGuard);
+  uint32_t in = static_cast<uint32_t>(input.size());
+  uint32_t out = 21;  // an odd count: only whole frames may come back
+  ASSERT_TRUE(convert.Convert(input.data(), in, output.data(), out));
+  EXPECT_LE(out, 20u);
+  EXPECT_EQ(out % 2, 0u);
+  EXPECT_LT(in, input.size()) << "with the output full, the rest of the input waits";
+  EXPECT_TRUE(std::all_of(output.begin() + 20, output.end(), [](float s) { return s == kGuard; }));
+}
+
+// Windows may lack the media object (or fail to create it without COM) and
+// then converts on the fallback with one line in the log; Linux has none.
+TEST(ZORSampleRateConvert, LogsWhenThePlatformsObjectIsMissing) {
+  zor::os::Resampler probe;
+  ASSERT_TRUE(probe.SetFormat(44100, 48000, 2));
+  const size_t expected = probe.MediaObjectUnavailable() ? 1 : 0;
+  ZORLogCapture log;
+  ZORSampleRateConvert convert;
+  ASSERT_EQ(convert.SetFormat(44100, 48000, 2), ZORSampleRateConvert::kFormatSetUp);
+  ASSERT_EQ(convert.SetFormat(44100, 48000, 2), ZORSampleRateConvert::kFormatUnchanged);
+  EXPECT_EQ(log.Count("ZORSampleRateConvert::InitMediaObject Failed to initialize DMO object.\n"), expected);
+  EXPECT_EQ(log.Lines().size(), expected);
+}
+
+TEST(ZORResampleHandler, ConvertsBlocksToTheOutputsRateAndRefusesUnsetRates) {
+  ZORResampleHandler handler;
+  EXPECT_FALSE(handler.Init(44100, 48000, 0));
+  ASSERT_TRUE(handler.Init(44100, 48000, 2));
+  const std::vector<float> stream = Sine(441 * 20, 2, 1000.0, 44100.0);
+  ZORAudioDataFloat output;
+  output.SetSampleRate(48000);
+  for (int block = 0; block < 20; ++block) {
+    ZORAudioDataFloat input =
+        Wrap(std::vector<float>(stream.begin() + block * 882, stream.begin() + (block + 1) * 882), 2, 44100);
+    ASSERT_TRUE(handler.Convert(input, output));
+    EXPECT_EQ(output.GetFrames(), 480u) << "block " << block;
+  }
+  // A new channel count is picked up from the block itself.
+  ZORAudioDataFloat mono = Wrap(Sine(441, 1, 1000.0, 44100.0), 1, 44100);
+  ASSERT_TRUE(handler.Convert(mono, output));
+  EXPECT_EQ(output.GetChannels(), 1u);
+
+  const std::vector<float> samples = Sine(100, 2, 1000.0, 44100.0);
+  ZORAudioDataFloat unset;
+  unset.AssignMemory(samples.data(), 100, 2, true, IZORAudioData<float>::kRateNotSet);
+  ZORAudioDataFloat input = Wrap(samples, 2, 44100);
+  EXPECT_FALSE(handler.Convert(input, unset));
+  EXPECT_EQ(unset.GetFrames(), 100u) << "the output stays as it was";
+  EXPECT_FALSE(handler.Convert(unset, output));
+}
+
+TEST(ResamplerFormatBlock, PinsTheThreeLayoutsByteForByte) {
+  const std::vector<uint8_t> stereo{
+      0x03, 0x00,              // IEEE float
+      0x02, 0x00,              // 2 channels
+      0x44, 0xAC, 0x00, 0x00,  // 44100
+      0x20, 0x62, 0x05, 0x00,  // 352800 bytes a second
+      0x08, 0x00,              // 8 bytes a frame
+      0x20, 0x00,              // 32 bits
+      0x00, 0x00};             // no extension
+  const zor::os::ResamplerFormatBlock two = zor::os::MakeResamplerFormatBlock(44100, 2);
+  EXPECT_EQ(std::vector<uint8_t>(two.begin(), two.begin() + 18), stereo);
+  EXPECT_TRUE(std::all_of(two.begin() + 18, two.end(), [](uint8_t b) { return b == 0; }));
+
+  const std::vector<uint8_t> surround{
+      0xFE, 0xFF,              // extensible
+      0x06, 0x00,              // 6 channels
+      0x80, 0xBB, 0x00, 0x00,  // 48000
+      0x00, 0x94, 0x11, 0x00,  // 1152000 bytes a second
+      0x18, 0x00,              // 24 bytes a frame
+      0x20, 0x00,              // 32 bits
+      0x16, 0x00,              // 22 bytes of extension
+      0x20, 0x00,              // 32 valid bits
+      0x3F, 0x00, 0x00, 0x00,  // front, centre, LFE, back
+      0x03, 0x00, 0x00, 0x00, 0x00, 0x00, 0x10, 0x00,
+      0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71};
+  const zor::os::ResamplerFormatBlock six = zor::os::MakeResamplerFormatBlock(48000, 6);
+  EXPECT_EQ(std::vector<uint8_t>(six.begin(), six.end()), surround);
+  // Mono is plain; three to six channels carry 5.1's mask, seven and up 7.1's.
+  EXPECT_EQ(zor::os::MakeResamplerFormatBlock(8000, 1)[0], 3);
+  EXPECT_EQ(zor::os::MakeResamplerFormatBlock(48000, 3)[20], 63);
+  EXPECT_EQ(zor::os::MakeResamplerFormatBlock(48000, 7)[20], 0xFF);
+  EXPECT_EQ(zor::os::MakeResamplerFormatBlock(48000, 12)[12], 48);
+}
+
+TEST(ZORAudioProcessResampleChain, WithoutAnInternalRateTheStagesGetTheHostsBlock) {
+  ZORAudioProcessResampleChain chain;
+  RecordingStage stage(12);
+  stage.frames.reserve(4);
+  chain.AddProcess(&stage);
+  ASSERT_TRUE(chain.Init(2, 44100));
+  EXPECT_EQ(chain.GetLatency(), 12u) << "no cushion without resampling";
+  const std::vector<float> samples = Ramp(441, 2, 0);
+  ZORAudioDataFloat data;
+  data.AssignMemory(samples.data(), 441, 2, true, 44100);
+  AllocationCounter counter;
+  chain.Process(&data);
+  EXPECT_EQ(counter.Count(), 0u);
+  EXPECT_EQ(stage.seen, &data) << "the block itself, not a copy";
+  EXPECT_EQ(Interleaved(data), samples);
+  chain.SetInternalRate(48000);
+  EXPECT_EQ(chain.GetLatency(), 12u + 5u) << "resampling adds the cushion";
+}
+
+// The last case's block is 522.45 frames at the other rate: the converter
+// alternates and the FIFO evens it out around its cushion, never emptying.
+TEST(ZORAudioProcessResampleChain, KeepsTheHostsFrameCountWithoutAllocating) {
+  struct Case {
+    uint32_t rate, internalRate, blockFrames, internalFrames;
+  };
+  for (const Case& test : {Case{44100, 48000, 441, 480}, Case{48000, 44100, 480, 441}, Case{44100, 48000, 480, 522}}) {
+    SCOPED_TRACE(testing::Message() << test.rate << " via " << test.internalRate);
+    ZORAudioProcessResampleChain chain;
+    RecordingStage stage;
+    stage.frames.reserve(400);
+    chain.AddProcess(&stage);
+    chain.SetInternalRate(test.internalRate);
+    ASSERT_TRUE(chain.Init(2, test.rate));
+    EXPECT_EQ(stage.initRate, test.internalRate) << "stages run at the internal rate";
+    uint32_t minFifo = UINT32_MAX;
+    uint32_t maxFifo = 0;
+    uint64_t allocations = 0;
+    ZORAudioDataFloat data;
+    for (uint32_t block = 0; block < 200; ++block) {
+      const std::vector<float> samples = Sine(test.blockFrames, 2, 1000.0, test.rate, size_t{test.blockFrames} * block);
+      data.AssignMemory(samples.data(), test.blockFrames, 2, true, test.rate);
+      AllocationCounter counter;
+      chain.Process(&data);
+      allocations += block > 0 ? counter.Count() : 0;
+      ASSERT_EQ(data.GetFrames(), test.blockFrames);
+      const std::vector<float> out = Interleaved(data);
+      if (block == 0) {
+        EXPECT_EQ(out[9], 0.0f) << "the cushion comes out first";
+        EXPECT_NE(out.back(), 0.0f) << "audio follows in the first block";
+      }
+      minFifo = std::min(minFifo, chain.GetFifoFrames());
+      maxFifo = std::max(maxFifo, chain.GetFifoFrames());
+    }
+    for (uint32_t frames : stage.frames) ASSERT_NEAR(frames, test.internalFrames, 1u);
+    EXPECT_GE(minFifo, 3u);
+    EXPECT_LE(maxFifo, 8u);
+    EXPECT_EQ(allocations, 0u);
+    EXPECT_EQ(chain.GetPaddedFrames() + chain.GetDroppedFrames(), 0u);
+  }
+}
+
+// At equal rates the conversions are copies: the output is the input late
+// by exactly the cushions laid.
+TEST(ZORAudioProcessResampleChain, EveryInitLaysAnotherCushion) {
+  ZORAudioProcessResampleChain chain;
+  chain.SetInternalRate(48000);
+  ASSERT_TRUE(chain.Init(2, 48000));
+  ASSERT_TRUE(chain.Init(2, 48000));
+  EXPECT_EQ(chain.GetLatency(), 5u) << "the reported figure is one cushion";
+  std::vector<float> input;
+  std::vector<float> output;
+  ZORAudioDataFloat data;
+  for (uint32_t block = 0; block < 3; ++block) {
+    const std::vector<float> samples = Ramp(64, 2, block * 64);
+    input.insert(input.end(), samples.begin(), samples.end());
+    const std::vector<float> out = Feed(chain, data, samples, 2, 48000);
+    output.insert(output.end(), out.begin(), out.end());
+  }
+  for (size_t i = 0; i < output.size(); ++i) ASSERT_EQ(output[i], i < 20 ? 0.0f : input[i - 20]) << i;
+  chain.ResetFifo();
+  ASSERT_TRUE(chain.Init(2, 48000));
+  EXPECT_EQ(chain.GetFifoFrames(), 5u);
+}
+
+// A stage that loses 20 frames once: the FIFO holds 5, gets 460, must give
+// 480, and pads the last 15 with silence, never with what it doesn't hold.
+TEST(ZORAudioProcessResampleChain, AShortDeliveryIsPaddedAndALongOneBounded) {
+  ZORAudioProcessResampleChain chain;
+  RecordingStage stage;
+  stage.frameChange = -20;
+  stage.changeOnce = 1;
+  chain.AddProcess(&stage);
+  chain.SetInternalRate(48000);
+  ASSERT_TRUE(chain.Init(1, 48000));
+  const std::vector<float> first = Ramp(480, 1, 0);
+  ZORAudioDataFloat data;
+  const std::vector<float> out = Feed(chain, data, first, 1, 48000);
+  ASSERT_EQ(out.size(), 480u);
+  for (size_t i = 0; i < 480; ++i) ASSERT_EQ(out[i], i < 5 || i >= 465 ? 0.0f : first[i - 5]) << i;
+  EXPECT_EQ(chain.GetPaddedFrames(), 15u);
+  const std::vector<float> second = Ramp(480, 1, 480);
+  EXPECT_EQ(Feed(chain, data, second, 1, 48000), second) << "empty but whole: no more padding";
+
+  RecordingStage growing;
+  growing.frameChange = 100;  // every block comes back 100 frames longer
+  ZORAudioProcessResampleChain over;
+  over.AddProcess(&growing);
+  over.SetInternalRate(48000);
+  ASSERT_TRUE(over.Init(2, 48000));
+  for (uint32_t block = 0; block < 20; ++block) {
+    ASSERT_EQ(Feed(over, data, Ramp(480, 2, block * 480), 2, 48000).size(), 960u);
+    ASSERT_LE(over.GetFifoFrames(), 480u + 5u) << "block " << block;
+  }
+  EXPECT_GT(over.GetDroppedFrames(), 0u);
+}
+
+TEST(ZORAudioProcessResampleChain, ANewWidthStartsTheFifoAfresh) {
+  ZORAudioProcessResampleChain chain;
+  chain.SetInternalRate(48000);
+  ASSERT_TRUE(chain.Init(2, 48000));
+  ZORAudioDataFloat data;
+  Feed(chain, data, Ramp(32, 2, 0), 2, 48000);
+  const std::vector<float> mono = Ramp(32, 1, 100);
+  const std::vector<float> out = Feed(chain, data, mono, 1, 48000);
+  ASSERT_EQ(out.size(), 32u);
+  for (size_t i = 0; i < out.size(); ++i) ASSERT_EQ(out[i], i < 5 ? 0.0f : mono[i - 5]) << i;
+}
+
+TEST(ZORAudioProcessResampleChain, FailuresPassTheBlockAsItIs) {
+  ZORAudioProcessResampleChain chain;
+  RecordingStage stage;
+  chain.AddProcess(&stage);
+  chain.SetInternalRate(100);  // no converter goes that low
+  EXPECT_FALSE(chain.Init(2, 44100));
+  EXPECT_EQ(stage.initRate, 100u) << "the stages are initialised all the same";
+  chain.SetInternalRate(48000);
+  stage.initResult = false;
+  EXPECT_FALSE(chain.Init(2, 44100));
+  stage.initResult = true;
+  ASSERT_TRUE(chain.Init(2, 44100));
+
+  const std::vector<float> samples = Ramp(100, 2, 0);
+  ZORAudioDataFloat data;
+  EXPECT_EQ(Feed(chain, data, samples, 2, IZORAudioData<float>::kRateNotSet), samples);
+  chain.SetBypass(true);
+  EXPECT_EQ(Feed(chain, data, samples, 2, 44100), samples);
+  EXPECT_EQ(stage.seen, nullptr);
+}
+
+// Through the internal rate and back: flat within a fifth of a decibel to
+// 16 kHz and nothing but the tone above -95 dB.
+TEST(ZORResampleQuality, RoundTripIsFlatAndClean) {
+  for (const RatePair& pair : {kPairs[0], kPairs[1]}) {
+    for (double tone : {20.0, 1000.0, 10000.0, 16000.0}) {
+      const ToneFit fit = FitTone(RoundTrip(Sine(pair.from / 2, 2, tone, pair.from), pair.from, pair.to), tone, pair.from);
+      EXPECT_NEAR(20.0 * std::log10(fit.amplitude / 0.5), 0.0, 0.2) << tone << " Hz at " << pair.from;
+      EXPECT_LE(fit.residualDb, -95.0) << tone << " Hz at " << pair.from;
+    }
+  }
+}
+
+
+// Down to 44.1 kHz a tone above 22.05 kHz has no place in the output: this
+// is what rules out the filter qualities that cut off too late.
+TEST(ZORResampleQuality, AliasesDownStayBelowMinus95dB) {
+  for (const double tone : {22100.0, 23000.0, 23900.0}) {
+    ZORResampleHandler handler;
+    ASSERT_TRUE(handler.Init(48000, 44100, 2));
+    const std::vector<float> input = Sine(24000, 2, tone, 48000);
+    ZORAudioDataFloat in;
+    ZORAudioDataFloat out;
+    out.SetSampleRate(44100);
+    std::vector<float> output;
+    for (size_t at = 0; at + 960 <= input.size(); at += 960) {
+      in.AssignMemory(input.data() + at, 480, 2, true, 48000);
+      ASSERT_TRUE(handler.Convert(in, out));
+      const std::vector<float> samples = Interleaved(out);
+      output.insert(output.end(), samples.begin(), samples.end());
+    }
+    double energy = 0.0;
+    for (size_t i = 2 * kSettleFrames; i < output.size(); ++i) energy += static_cast<double>(output[i]) * output[i];
+    const double rms = std::sqrt(energy / static_cast<double>(output.size() - 2 * kSettleFrames));
+    EXPECT_LE(20.0 * std::log10(rms / (0.5 / std::numbers::sqrt2)), -95.0) << tone << " Hz";
+  }
+}
