@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "apo/zorapoeffecttables.h"
-#include "apo/zorapoendpointbinding.h"
 #include "apo/zorapoformatrules.h"
 #include "apo/zorapoinitblock.h"
 #include "apo/zorapoinstancelimit.h"
@@ -181,7 +180,7 @@ HRESULT CZOR_LFX_APO_Universal_Base::ValidateAndCacheConnectionInfo(
   if (!m_bEndpointBound) {
     IMMDevice* device = m_spDevice.Get();
     IPropertyStore* properties = m_spFxProperties.Get();
-    m_bEndpointBound = ZORAPOBindEndpoint(m_manager, device, properties, m_location, m_contentIndex);
+    m_bEndpointBound = m_manager.SetEndpoint(device, properties, m_location, m_contentIndex);
   }
   m_bReady = m_bEndpointBound;
   if (m_bReady) {

@@ -2,7 +2,6 @@
 
 #include <cstring>
 
-#include "apo/zorapoendpointbinding.h"
 #include "apo/zorapoformatrules.h"
 #include "apo/zoraporegproperties.h"
 #include "platform/rtcode.h"
@@ -62,7 +61,7 @@ HRESULT CZOR_LFX_Capture_APO_Universal::Initialize(UINT32 cbDataSize, BYTE* pbyD
   IMMDevice* rawDevice = device.Get();
   IPropertyStore* rawProperties = properties.Get();
   // A capture stream without a bound endpoint still runs: the lock tells.
-  ZORAPOBindEndpoint(m_manager, rawDevice, rawProperties, 0, 0);
+  m_manager.SetEndpoint(rawDevice, rawProperties, 0, 0);
   return S_OK;
 }
 
