@@ -240,12 +240,18 @@ ZOR_RT_CODE void CZOR_LFX_APO_Universal_Base::CopyPath(APO_CONNECTION_PROPERTY& 
   const uint32_t channels = inChannels < outChannels ? inChannels : outChannels;
   if (output.u32ValidFrameCount == 0) output.u32ValidFrameCount = input.u32ValidFrameCount;
   float* out = reinterpret_cast<float*>(output.pBuffer);
+  const bool copies = input.u32ValidFrameCount == output.u32ValidFrameCount && channels != 0;
   // Frames times 4 bytes, not frames times a frame's width: a copy writes
   // its channels below, and the engine has relied on other channels keeping
-  // what they held.
-  std::memset(out, 0, size_t{output.u32ValidFrameCount} * 4);
-  if (input.u32ValidFrameCount != output.u32ValidFrameCount || channels == 0) return;
+  // what they held. An equal-width copy overwrites these bytes anyway.
+  if (!copies || inChannels != outChannels) std::memset(out, 0, size_t{output.u32ValidFrameCount} * 4);
+  if (!copies) return;
   const float* in = reinterpret_cast<const float*>(input.pBuffer);
+  if (inChannels == outChannels) {
+    // Every output sample is written: one block copy does the same.
+    std::memmove(out, in, size_t{output.u32ValidFrameCount} * outChannels * sizeof(float));
+    return;
+  }
   for (uint32_t frame = 0; frame < output.u32ValidFrameCount; ++frame) {
     for (uint32_t channel = 0; channel < channels; ++channel) {
       out[size_t{frame} * outChannels + channel] = in[size_t{frame} * inChannels + channel];

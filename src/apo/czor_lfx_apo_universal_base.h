@@ -93,11 +93,13 @@ class CZOR_LFX_APO_Universal_Base : public CBaseAudioProcessingObject, public IA
   // Buffers that took the copy path, and those of them that were in place.
   static uint64_t CopyPasses() { return s_copyPasses.load(std::memory_order_relaxed); }
   static uint64_t InPlaceCopyPasses() { return s_inPlaceCopyPasses.load(std::memory_order_relaxed); }
+  // The silence scan: is any of `count` samples not exactly zero (NaN is
+  // sound, -0.0 silence)? Public for the benchmarks.
+  static bool HasSound(const float* samples, uint64_t count);
 
  private:
   void CopyPath(APO_CONNECTION_PROPERTY& input, APO_CONNECTION_PROPERTY& output) const;
   void FadeIn(float* output, uint32_t frames, uint32_t channels);
-  static bool HasSound(const float* samples, uint64_t count);
   HRESULT StartClientEvent(HANDLE event);
   void StopWatcher();
   void ListEffects(std::vector<GUID>& effects) const;
