@@ -18,6 +18,9 @@ class ThreadPriorityBoost {
 
   // The system took the new priority (and the destructor will undo it).
   bool Raised() const { return m_raised; }
+  // The calling thread's level as this class sets it: the Windows priority,
+  // or the POSIX scheduling priority (0 under the default policy).
+  static int CurrentLevel();
 
  private:
   bool m_raised = false;

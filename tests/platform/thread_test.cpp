@@ -7,6 +7,7 @@
 
 #include "platform/criticalsection.h"
 #include "platform/event.h"
+#include "platform/threadpriority.h"
 
 using zor::os::Event;
 using zor::os::EventReset;
@@ -113,3 +114,24 @@ TEST(CriticalSection, IsRecursiveAndExcludesOtherThreads) {
   section.Unlock();
   EXPECT_TRUE(tryFromOtherThread());
 }
+
+namespace {
+
+// Raised where the system lets this process (Windows, a privileged Linux
+// host), and always put back, also when boosts nest.
+TEST(ThreadPriority, ABoostIsUndoneOnItsOwnThread) {
+  const int before = zor::os::ThreadPriorityBoost::CurrentLevel();
+  {
+    const zor::os::ThreadPriorityBoost outer(15);
+    const int raised = zor::os::ThreadPriorityBoost::CurrentLevel();
+    EXPECT_EQ(raised != before, outer.Raised());
+    {
+      const zor::os::ThreadPriorityBoost inner(2);
+      EXPECT_EQ(zor::os::ThreadPriorityBoost::CurrentLevel() == raised, !inner.Raised() || raised == 2);
+    }
+    EXPECT_EQ(zor::os::ThreadPriorityBoost::CurrentLevel(), raised);
+  }
+  EXPECT_EQ(zor::os::ThreadPriorityBoost::CurrentLevel(), before);
+}
+
+}  // namespace

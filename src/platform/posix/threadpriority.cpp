@@ -17,6 +17,12 @@ ThreadPriorityBoost::ThreadPriorityBoost(int level) {
   m_raised = pthread_setschedparam(pthread_self(), SCHED_FIFO, &raised) == 0;
 }
 
+int ThreadPriorityBoost::CurrentLevel() {
+  int policy = 0;
+  sched_param param{};
+  return pthread_getschedparam(pthread_self(), &policy, &param) == 0 ? param.sched_priority : 0;
+}
+
 ThreadPriorityBoost::~ThreadPriorityBoost() {
   if (!m_raised) return;
   sched_param saved{};

@@ -10,6 +10,8 @@ ThreadPriorityBoost::ThreadPriorityBoost(int level) {
   m_raised = ::SetThreadPriority(::GetCurrentThread(), level) != 0;
 }
 
+int ThreadPriorityBoost::CurrentLevel() { return ::GetThreadPriority(::GetCurrentThread()); }
+
 ThreadPriorityBoost::~ThreadPriorityBoost() {
   if (m_raised) ::SetThreadPriority(::GetCurrentThread(), m_savedLevel);
 }
