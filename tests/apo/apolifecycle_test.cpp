@@ -1,19 +1,22 @@
 // Random call orders, legal and not, against every class: each call's result
 // must be the one a model of the engine's contract predicts, audio always
-// passes, and nothing crashes (run under the address sanitiser). The base's
-// own tables cover the rest of the lock's and Initialize's bad input.
+// passes, the capture mutex exists exactly while a capture object is locked,
+// and nothing crashes (run under the address sanitiser). The base's own
+// table covers the rest of a lock's bad input.
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <random>
 
+#include "apo/czor_lfx_capture_apo_universal.h"
 #include "apotesting.h"
+#include "platform/namedmutex.h"
 
 namespace {
 
 using namespace velapo::test;
 
-enum Call { kInit56, kInit88, kInit40, kLock, kLockBadWidth, kUnlock, kProcess, kLatency, kLatencyNull,
+enum Call { kInit56, kInit88, kInit40, kInitNullData, kInitNoBytes, kLock, kLockBadWidth, kUnlock, kProcess, kLatency, kLatencyNull,
             kChannelCount, kFormat, kBadFormat, kEffects, kCallCount };
 
 // The contract: Initialize sets its flag before it looks at the block, so a
@@ -27,6 +30,8 @@ struct Model {
       case kInit56: return Init(S_OK);
       case kInit88: return Init(capture ? E_INVALIDARG : S_OK);
       case kInit40: return Init(E_INVALIDARG);
+      case kInitNullData: return E_INVALIDARG;
+      case kInitNoBytes: return E_POINTER;
       case kLock: return Lock(S_OK);
       case kLockBadWidth: return Lock(APOERR_FORMAT_NOT_SUPPORTED);
       case kUnlock: return locked ? (locked = false, S_OK) : APOERR_ALREADY_UNLOCKED;
@@ -60,6 +65,8 @@ HRESULT RunCall(Call call, ZOREngineEmulator& engine, uint32_t width, uint32_t b
       std::memcpy(bytes.data(), &block, sizeof(block));
       return apo.Initialize(call == kInit88 ? 88 : 40, bytes.data());
     }
+    case kInitNullData: return apo.Initialize(56, nullptr);
+    case kInitNoBytes: return apo.Initialize(0, reinterpret_cast<BYTE*>(&engine));
     case kLock: return engine.Lock();
     case kLockBadWidth: {
       IAudioMediaType* type = ZORTestMediaType::Create(ZORTestMediaType::Float(badWidth, 48000.0f));
@@ -76,8 +83,12 @@ HRESULT RunCall(Call call, ZOREngineEmulator& engine, uint32_t width, uint32_t b
     case kProcess: {  // nothing is configured, so a valid buffer leaves as it came
       const std::vector<float> input = Ramp(480, width, 1e-4f);
       const uint32_t flags = std::uniform_int_distribution<uint32_t>(0, 3)(random);
+      std::fill(engine.Output().begin(), engine.Output().end(), 9.0f);
       const uint32_t out = engine.Process(input, flags);
-      return flags != BUFFER_VALID || (out == BUFFER_VALID && engine.Output() == input) ? S_OK : E_UNEXPECTED;
+      if (flags == BUFFER_VALID) return out == BUFFER_VALID && engine.Output() == input ? S_OK : E_UNEXPECTED;
+      // A capture object leaves a silent block's output alone.
+      const bool untouched = std::count(engine.Output().begin(), engine.Output().end(), 9.0f) == 480 * width;
+      return flags != BUFFER_SILENT || width != 1 || (out == BUFFER_SILENT && untouched) ? S_OK : E_UNEXPECTED;
     }
     case kLatency: {
       HNSTIME latency = -1;
@@ -117,6 +128,9 @@ TEST(LifeCycleTest, RandomCallOrdersGetTheContractsCodes) {
         const HRESULT expected = model.Expected(call);
         ASSERT_EQ(RunCall(call, engine, capture ? 1 : 2, capture ? 8 : 1, random), expected)
             << "seed " << seed << " location " << location << " step " << step << " call " << call;
+        zor::os::NamedMutex probe;
+        ASSERT_EQ(probe.OpenExisting(CZOR_LFX_Capture_APO_Universal::kMutexName) == zor::os::NamedMutex::OpenStatus::Ok,
+                  capture && model.locked);
       }
     }
   }

@@ -1,6 +1,6 @@
 // The render and capture objects driven through the engine emulator: the
 // copy path and fade-in sample by sample, interfaces per class, a bound
-// object that processes, instance numbers and the cap, the capture mutex.
+// object that processes, instance numbers and the cap.
 #include "apo/czor_lfx_apo_universal.h"
 
 #include <gtest/gtest.h>
@@ -13,7 +13,6 @@
 #include "apo/zorapocreateinstance.h"
 #include "apo/zorapoinstancelimit.h"
 #include "apotesting.h"
-#include "platform/namedmutex.h"
 #include "support/zorlogcapture.h"
 
 namespace {
@@ -176,30 +175,6 @@ TEST_F(UniversalOnEndpoint, BoundObjectsProcessUnknownOnesPassAndThoseOverTheCap
   EXPECT_EQ(Render(*engines[3]).InstanceNumber(), -1);
   EXPECT_EQ(engines[3]->Lock(), S_OK);
   EXPECT_EQ(Render(*engines[3]).InstanceNumber(), static_cast<int32_t>(engines.size()));
-}
-
-// The capture object holds the named mutex while locked, makes it anew at
-// each lock, and passes silent buffers without touching the output.
-TEST_F(UniversalOnEndpoint, CaptureHoldsItsMutexOnlyWhileLocked) {
-  ZOREngineEmulator::Stream stream = StreamOn(MakeEndpoint(ExampleFile("minimal.xml"), false).Guid(), 1);
-  stream.newerBlock = false;
-  ZOREngineEmulator engine(stream);
-  const auto mutexExists = [] {
-    zor::os::NamedMutex probe;
-    return probe.OpenExisting(CZOR_LFX_Capture_APO_Universal::kMutexName) == zor::os::NamedMutex::OpenStatus::Ok;
-  };
-  ASSERT_EQ(engine.RunLifeCycle(ClassId(kZORLocationCapture), std::vector<float>(480, 0.5f), 2), S_OK);
-  for (int round = 0; round < 2; ++round) {
-    EXPECT_FALSE(mutexExists()) << round;
-    ASSERT_EQ(engine.Lock(), S_OK);
-    EXPECT_TRUE(mutexExists()) << round;
-    std::fill(engine.Output().begin(), engine.Output().end(), 9.0f);
-    EXPECT_EQ(engine.Process(std::vector<float>(480, 0.5f), BUFFER_SILENT), BUFFER_SILENT);
-    EXPECT_EQ(engine.OutputFrames(), 480u);
-    EXPECT_EQ(std::count(engine.Output().begin(), engine.Output().end(), 9.0f), 480);
-    EXPECT_EQ(engine.Unlock(), S_OK);
-  }
-  EXPECT_FALSE(mutexExists());
 }
 
 }  // namespace
