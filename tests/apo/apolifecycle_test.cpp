@@ -44,14 +44,13 @@ struct Model {
   }
 };
 
+// `width` is the stream's channel count, `badWidth` one the class refuses.
 HRESULT RunCall(Call call, ZOREngineEmulator& engine, uint32_t width, uint32_t badWidth, std::mt19937& random) {
   IAudioProcessingObject& apo = *engine.Object();
-  const auto format = [&](uint32_t channels) {
-    IAudioMediaType* type = ZORTestMediaType::Create(ZORTestMediaType::Float(channels, 48000.0f));
-    IAudioMediaType* supported = nullptr;
-    const HRESULT hr = apo.IsOutputFormatSupported(nullptr, type, &supported);
-    if (supported) supported->Release();
-    type->Release();
+  const auto withWidth = [&](uint32_t channels, HRESULT (ZOREngineEmulator::*step)()) {
+    engine.SetFormat(channels, channels, 48000.0f);
+    const HRESULT hr = (engine.*step)();
+    engine.SetFormat(width, width, 48000.0f);
     return hr;
   };
   switch (call) {
@@ -68,17 +67,7 @@ HRESULT RunCall(Call call, ZOREngineEmulator& engine, uint32_t width, uint32_t b
     case kInitNullData: return apo.Initialize(56, nullptr);
     case kInitNoBytes: return apo.Initialize(0, reinterpret_cast<BYTE*>(&engine));
     case kLock: return engine.Lock();
-    case kLockBadWidth: {
-      IAudioMediaType* type = ZORTestMediaType::Create(ZORTestMediaType::Float(badWidth, 48000.0f));
-      std::vector<float> in(480 * 8), out(480 * 8);
-      ZORTestConnection a(type, in.data(), 480), b(type, out.data(), 480);
-      type->Release();
-      IAudioProcessingObjectConfiguration* config = nullptr;
-      apo.QueryInterface(IID_IAudioProcessingObjectConfiguration, reinterpret_cast<void**>(&config));
-      const HRESULT hr = config->LockForProcess(1, &a.entry, 1, &b.entry);
-      config->Release();
-      return hr;
-    }
+    case kLockBadWidth: return withWidth(badWidth, &ZOREngineEmulator::Lock);
     case kUnlock: return engine.Unlock();
     case kProcess: {  // nothing is configured, so a valid buffer leaves as it came
       const std::vector<float> input = Ramp(480, width, 1e-4f);
@@ -100,8 +89,8 @@ HRESULT RunCall(Call call, ZOREngineEmulator& engine, uint32_t width, uint32_t b
       UINT32 channels = 0;
       return apo.GetInputChannelCount(&channels);
     }
-    case kFormat: return format(width);
-    case kBadFormat: return format(badWidth);
+    case kFormat: return engine.NegotiateFormats();
+    case kBadFormat: return withWidth(badWidth, &ZOREngineEmulator::NegotiateFormats);
     case kEffects: {
       std::vector<GUID> ids;
       const HRESULT hr = engine.GetEffectsList(ids, nullptr);

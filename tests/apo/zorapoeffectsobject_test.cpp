@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "apo/zorapoeffecttables.h"
+#include "apo/zorapoinitblock.h"
 #include "apotesting.h"
 #include "childprocess.h"
 #include "config/zorapomodeselector.h"
@@ -15,7 +16,7 @@ namespace {
 using namespace velapo::test;
 
 constexpr GUID kDefault = ZOREngineEmulator::kDefaultMode;
-constexpr GUID kRawMode = {0x9E90EA20, 0xB493, 0x4FD1, {0xA1, 0xA8, 0x7E, 0x13, 0x61, 0xA9, 0x56, 0xCF}};
+constexpr GUID kRawMode = ZORAPOInitBlock::kRawMode;
 
 class EffectsListObject : public APOEndpoint {
  protected:

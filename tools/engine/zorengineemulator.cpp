@@ -21,6 +21,14 @@ ZOREngineEmulator::~ZOREngineEmulator() {
   m_fxProperties->Release();
 }
 
+void ZOREngineEmulator::SetFormat(uint32_t inputChannels, uint32_t outputChannels, float rate) {
+  m_stream.inputChannels = inputChannels;
+  m_stream.outputChannels = outputChannels;
+  m_stream.rate = rate;
+  m_input.resize(size_t{m_stream.maxFrames} * inputChannels);
+  m_output.resize(size_t{m_stream.maxFrames} * outputChannels);
+}
+
 HRESULT ZOREngineEmulator::Create(REFCLSID clsid) {
   Release();
   HRESULT hr = ZORAPOCreateInstance(clsid, nullptr, IID_IAudioProcessingObject, reinterpret_cast<void**>(&m_object));

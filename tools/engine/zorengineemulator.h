@@ -44,6 +44,10 @@ class ZOREngineEmulator {
   ZOREngineEmulator(const ZOREngineEmulator&) = delete;
   ZOREngineEmulator& operator=(const ZOREngineEmulator&) = delete;
 
+  // The format of the next format talks and lock, as after a device format
+  // change; the buffers follow.
+  void SetFormat(uint32_t inputChannels, uint32_t outputChannels, float rate);
+
   // Each step answers the object's result.
   HRESULT Create(REFCLSID clsid);
   HRESULT Initialize();
