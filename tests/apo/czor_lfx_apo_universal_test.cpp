@@ -6,13 +6,16 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <chrono>
 #include <functional>
+#include <thread>
 
 #include "allocationcounter.h"
 #include "apo/czor_lfx_capture_apo_universal.h"
 #include "apo/zorapocreateinstance.h"
 #include "apo/zorapoinstancelimit.h"
 #include "apotesting.h"
+#include "platform/criticalsection.h"
 #include "support/zorlogcapture.h"
 
 namespace {
@@ -145,12 +148,27 @@ TEST_F(UniversalOnEndpoint, BoundObjectsProcessUnknownOnesPassAndThoseOverTheCap
     ZOREngineEmulator engine(StreamOn(endpoint));
     ASSERT_EQ(engine.RunLifeCycle(ClassId(kZORLocationSFX), noise, 3), S_OK);
     ASSERT_EQ(engine.Lock(), S_OK);
-    const uint64_t passes = Base::CopyPasses();
+    const uint64_t passes = Base::CopyPasses(), locks = zor::os::CriticalSection::EntriesOnThisThread();
     const AllocationCounter allocations;
     for (int block = 0; block < 20; ++block) engine.Process(noise, BUFFER_VALID);
     EXPECT_EQ(allocations.Count(), 0u);
+    EXPECT_EQ(zor::os::CriticalSection::EntriesOnThisThread(), locks);
     EXPECT_EQ(Base::CopyPasses(), passes);
     EXPECT_EQ(engine.Output() != noise, changesSound);
+    // A fade to a rebuilt chain takes the chain lock once, at its end. The
+    // first fade still sizes the manager's fade blocks on the audio thread;
+    // later ones allocate nothing.
+    for (uint64_t fade = 1; fade <= 2; ++fade) {
+      const AllocationCounter fadeAllocations;
+      Render(engine).Manager().RequestUpdate();
+      for (int block = 0; block < 500 && zor::os::CriticalSection::EntriesOnThisThread() - locks < fade; ++block) {
+        engine.Process(noise, BUFFER_VALID);
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+      }
+      for (int block = 0; block < 20; ++block) engine.Process(noise, BUFFER_VALID);
+      EXPECT_EQ(zor::os::CriticalSection::EntriesOnThisThread() - locks, fade);
+      EXPECT_TRUE(fade == 1 || fadeAllocations.Count() == 0) << fadeAllocations.Count();
+    }
   }
 
   ASSERT_EQ(Base::LockedObjects(), 0u);
