@@ -1,6 +1,7 @@
 // APOProcess against the manager's Process on the same object and buffers
 // (the laptop example's SFX chain), the copy path against memcpy, and the
-// silence scan per frame; allocations per call counted on the calling thread.
+// silence scan per frame; allocations and lock entries per call counted on
+// the calling thread.
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
@@ -15,6 +16,7 @@
 #include "apo/czor_lfx_apo_universal_base.h"
 #include "apo/zoraporegproperties.h"
 #include "audio/zorapoprocesslibrary.h"
+#include "platform/criticalsection.h"
 #include "endpointfixture.h"
 #include "engine/zorengineemulator.h"
 #include "registrytestarea.h"
@@ -77,22 +79,29 @@ template <typename Run>
 void Measure(benchmark::State& state, Run run) {
   for (int warm = 0; warm < 10; ++warm) run();
   const velapo::test::AllocationCounter allocations;
+  const uint64_t locks = zor::os::CriticalSection::EntriesOnThisThread();
   for (auto _ : state) {
     run();
     benchmark::ClobberMemory();
   }
-  state.counters["allocs_per_call"] = benchmark::Counter(
-      static_cast<double>(allocations.Count()) / static_cast<double>(state.iterations()));
+  const auto perCall = [&](uint64_t count) {
+    return benchmark::Counter(static_cast<double>(count) / static_cast<double>(state.iterations()));
+  };
+  state.counters["allocs_per_call"] = perCall(allocations.Count());
+  state.counters["locks_per_call"] = perCall(zor::os::CriticalSection::EntriesOnThisThread() - locks);
 }
 
-// Both on one object, interleaved by the benchmark library's repetitions.
+// Both on one object, chain and buffers, interleaved by the benchmark
+// library's repetitions.
+BenchObject& Bound() {
+  static BenchObject object(true);
+  return object;
+}
 void BoundAPOProcess(benchmark::State& state) {
-  BenchObject object(true);
-  Measure(state, [&] { object.APOProcess(); });
+  Measure(state, [] { Bound().APOProcess(); });
 }
 void BoundManagerProcess(benchmark::State& state) {
-  BenchObject object(true);
-  Measure(state, [&] { object.ManagerProcess(); });
+  Measure(state, [] { Bound().ManagerProcess(); });
 }
 void CopyPath(benchmark::State& state) {
   BenchObject object(false);
