@@ -13,6 +13,8 @@
 #include "engine/zorengineemulator.h"
 #include "engine/zorengineendpoint.h"
 #include "platform/text.h"
+#include "system/zorapoendpointtools.h"
+#include "system/zorguidtext.h"
 
 namespace velapo::test {
 
@@ -52,6 +54,23 @@ class APOEndpoint : public EndpointStore {
       std::filesystem::temp_directory_path() / ("velapo-apo-" + zor::os::Utf16ToUtf8(FreshEndpointGuid()));
   std::vector<std::unique_ptr<ZOREngineEndpoint>> m_endpoints;
 };
+
+// Whether the device list holds the endpoint. Wine's enumerator lists its
+// own endpoints only, so on Windows the store's endpoints may be missing;
+// Linux lists the store's, and a missing one there is a failure to see.
+inline bool EndpointListed(const std::u16string& guid) {
+#ifdef _WIN32
+  std::vector<ZORAPOEndpointInfo> endpoints;
+  ZORAPOEndpointTools().GetEndpoints(endpoints);
+  for (const ZORAPOEndpointInfo& endpoint : endpoints) {
+    if (endpoint.GetEndpointGuid() == ZORGuidText(guid)) return true;
+  }
+  return false;
+#else
+  (void)guid;
+  return true;
+#endif
+}
 
 // `frames` frames of `channels` channels, sample i being `start` + i.
 inline std::vector<float> Ramp(uint32_t frames, uint32_t channels, float start = 1.0f) {
