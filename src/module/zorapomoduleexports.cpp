@@ -8,6 +8,7 @@
 #include "audio/zorapoprocesslibrary.h"
 #include "module/zorapomoduleabi.h"
 #include "module/zorapomodulemain.h"
+#include "platform/registry.h"
 
 #if defined(_WIN32)
 #define VELAPO_EXPORT
@@ -74,4 +75,8 @@ extern "C" VELAPO_EXPORT const ZORAPOModuleClass* ZORAPOGetModuleClasses(uint32_
   static const auto list = MakeClassList();
   if (count != nullptr) *count = static_cast<uint32_t>(list.size());
   return list.data();
+}
+
+extern "C" VELAPO_EXPORT void ZORAPOSetStoreRoot(const char* directory) {
+  if (directory != nullptr) zor::os::SetRegistryRoot(directory);
 }
