@@ -82,10 +82,10 @@ TEST_F(ZORRegistrarTest, DeleteTakesAKeyAwayOnRegistrationAndMakesNothing) {
 }
 
 TEST_F(ZORRegistrarTest, AStoreFailureEndsRegistrationAsAWin32Result) {
-  // A root path with an empty component: the store refuses to make it.
+  // A root name longer than any key name: the store refuses to make it.
   ZORRegistrarScript script;
   ASSERT_TRUE(script.Parse(u"HKCR { A { B } C }", {}));
-  const ZORRegistrar registrar(m_root.Path() + u"\\\\bad", u"");
+  const ZORRegistrar registrar(m_root.Path() + u"\\" + std::u16string(300, u'x'), u"");
   const HRESULT hr = registrar.Register(script);
   EXPECT_TRUE(FAILED(hr));
   EXPECT_EQ(static_cast<uint32_t>(hr) & 0xFFFF0000u, 0x80070000u);
