@@ -4,6 +4,7 @@
 #include <array>
 #include <atomic>
 
+#include "apo/zorapoinstancelimit.h"
 #include "apo/zoraporegproperties.h"
 #include "audio/zorapoprocesslibrary.h"
 #include "module/zorapomoduleabi.h"
@@ -16,7 +17,7 @@
 #define VELAPO_EXPORT __attribute__((visibility("default")))
 #endif
 
-// The effect classes' creation entry; see zorapomoduletable.cpp.
+// The effect classes' creation entry and live counts; see zorapomoduletable.cpp.
 ZORAPOClassTable ZORAPOModuleClassTable();
 
 namespace {
@@ -50,10 +51,13 @@ CZOR_APOModule& ZORAPOTheModule() {
 
 const std::u16string& ZORAPOModulePath() { return ModulePathStore(); }
 
-void ZORAPOModuleAttach(const std::u16string& modulePath) {
+void ZORAPOModuleAttach(const std::u16string& modulePath, bool readInstanceLimit) {
   ModulePathStore() = modulePath;
   ZORAPOClasses();
   ZORAPOTheModule();
+  // Linux hosts choose the settings store's root after loading, so there
+  // the limit is read when the first object is made.
+  if (readInstanceLimit) ZORAPOInstanceLimit::Get();
   ZORAPOProcessLibrary::SetModulePath(modulePath.c_str());
 }
 
