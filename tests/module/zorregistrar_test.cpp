@@ -70,9 +70,7 @@ TEST_F(ZORRegistrarTest, ReRegistrationAndRemovalKeepTheModifiersRules) {
   EXPECT_FALSE(m_root.Exists(u"Machine\\Machine2"));
   // What is gone already counts as removed.
   EXPECT_EQ(Run(kScript, false), S_OK);
-}
-
-TEST_F(ZORRegistrarTest, DeleteTakesAKeyAwayOnRegistrationAndMakesNothing) {
+  // Delete takes a key away on registration only, and makes nothing.
   WriteForeign(u"Old\\Deeper");
   ASSERT_EQ(Run(u"HKCR { Delete Old { New } }", true), S_OK);
   EXPECT_FALSE(m_root.Exists(u"Old"));
