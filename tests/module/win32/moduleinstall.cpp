@@ -1,6 +1,5 @@
 #include "moduleinstall.h"
 
-#include <cstdio>
 #include <vector>
 
 namespace velapo::test {
@@ -66,11 +65,6 @@ std::wstring ClassesValue(const std::wstring& key, const std::wstring& name) {
   if (::RegGetValueW(HKEY_CLASSES_ROOT, key.c_str(), name.empty() ? nullptr : name.c_str(),
                      RRF_RT_ANY | RRF_NOEXPAND, &type, data.data(), &size) != ERROR_SUCCESS) {
     return L"<missing>";
-  }
-  if (type == REG_DWORD && size == 4) {
-    wchar_t text[32];
-    std::swprintf(text, 32, L"dword:%08lx", *reinterpret_cast<const DWORD*>(data.data()));
-    return text;
   }
   if (type != REG_SZ) return L"<type " + std::to_wstring(type) + L">";
   return std::wstring(reinterpret_cast<const wchar_t*>(data.data()));

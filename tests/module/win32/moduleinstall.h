@@ -30,8 +30,7 @@ class ModuleInstall {
 
 // HKEY_CLASSES_ROOT reads, as the engine and COM see the classes root.
 bool ClassesKeyExists(const std::wstring& key);
-// The value's type and data as text: a REG_SZ as it stands, a REG_DWORD as
-// "dword:" and 8 hex digits; "<missing>" when absent.
+// A REG_SZ value's text; "<type N>" for another type, "<missing>" when absent.
 std::wstring ClassesValue(const std::wstring& key, const std::wstring& name);
 
 }  // namespace velapo::test

@@ -104,7 +104,6 @@ void ExpectEngineKeys() {
     const APO_REG_PROPERTIES record = key.ToRecord();
     EXPECT_EQ(std::memcmp(&record, info.regProperties, sizeof(record)), 0) << info.logName;
   }
-  EXPECT_EQ(ClassesValue(kApoKeys + L"{3B909255-8E8D-4997-8F8B-4C557F774D5F}", L"MaxInstances"), L"dword:ffffffff");
 }
 
 std::string Narrow(const std::wstring& text) { return std::string(text.begin(), text.end()); }
