@@ -10,6 +10,7 @@ packages=(
   libgtest-dev libgmock-dev googletest libbenchmark-dev  # tests and benchmarks
   libtinyxml2-dev libspeexdsp-dev                        # configuration and resampling
   g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix  # the Windows build
+  mingw-w64-tools                                        # widl: the module's type library
   wine wine64                                            # running it
   gcovr                                                  # scripts/coverage.sh
 )
