@@ -63,7 +63,7 @@ TEST_F(LibraryFlowTest, EveryClassRunsAToneFromRegistrationToRelease) {
   EXPECT_EQ(factory, nullptr);
 
   ASSERT_EQ(m_registerServer(), S_OK);
-  const std::u16string render = MakeEndpoint(VELAPO_FLOW_CONFIG);
+  const std::u16string render = MakeEndpoint(VELAPO_FLOW_CONFIG).Guid();
   const auto records = CZOR_APOModule::RegistrationOrder();
   for (uint32_t i = 0; i < count; ++i) {
     const ZORAPOModuleClass& entry = classes[i];
