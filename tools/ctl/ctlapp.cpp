@@ -49,6 +49,27 @@ int CtlApp::Run(const std::vector<std::string>& args, std::ostream& out, std::os
   commands.push_back(std::make_unique<DumpCommand>(app));
   commands.push_back(std::make_unique<CheckCommand>(app));
 
+  // CLI11 would only say that a command is missing; name the word it took
+  // for one instead.
+  for (size_t index = 0; index < args.size(); ++index) {
+    const std::string& arg = args[index];
+    if (arg == "--store" || arg == "-e" || arg == "--endpoint" || arg == "--config") {
+      ++index;
+      continue;
+    }
+    if (arg.starts_with("-")) continue;
+    std::string known;
+    bool found = false;
+    for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
+      known += (known.empty() ? "" : ", ") + command->get_name();
+      found = found || command->get_name() == arg;
+    }
+    if (!found) {
+      err << "velapo-ctl: unknown command '" << arg << "'; commands: " << known << "\n";
+      return kCtlExitUsage;
+    }
+    break;
+  }
   // CLI11 takes the arguments last first.
   std::vector<std::string> reversed(args.rbegin(), args.rend());
   try {

@@ -60,7 +60,7 @@ INSTANTIATE_TEST_SUITE_P(Commands, CtlTable, ::testing::Values(
     CtlCase{"Help", {"--help"}, 0, "Exit codes"},
     CtlCase{"SubcommandHelp", {"settings", "set", "--help"}, 0, "--mode"},
     CtlCase{"NoCommand", {}, 2, "subcommand"},
-    CtlCase{"UnknownCommand", {"volume"}, 2, "subcommand"},
+    CtlCase{"UnknownCommand", {"-e", "@", "volume"}, 2, "unknown command 'volume'; commands: endpoints, mode"},
     CtlCase{"List", {"endpoints"}, 0, "Speakers"},
     CtlCase{"AddTwice", {"endpoints", "add", "@"}, 1, "exists already"},
     CtlCase{"AddNotAGuid", {"endpoints", "add", "{1234}"}, 1, "is not an endpoint GUID"},
