@@ -105,10 +105,10 @@ ControlResult EndpointCatalog::List(std::vector<EndpointEntry>& entries) {
   return ControlResult::Success();
 }
 
-ControlResult EndpointCatalog::Add(const EndpointSpec& spec) {
+ControlResult EndpointCatalog::Add(const EndpointSpec& wanted) {
   ZORGuidText guid;
-  if (!ParseGuid(spec.guid, guid)) return NotAGuid(spec.guid);
-  const std::u16string devicePath = FlowPath(spec.isRender) + u"\\" + guid.Text();
+  if (!ParseGuid(wanted.guid, guid)) return NotAGuid(wanted.guid);
+  const std::u16string devicePath = FlowPath(wanted.isRender) + u"\\" + guid.Text();
   const std::string guidText = zor::os::Utf16ToUtf8(guid.Text());
   RegKey device;
   bool created = false;
@@ -116,7 +116,7 @@ ControlResult EndpointCatalog::Add(const EndpointSpec& spec) {
   RegStatus status = RegKey::Create(devicePath, kAccess, device, &created);
   if (status != RegStatus::Ok) return StoreFailure("cannot create endpoint " + guidText, status);
   if (!created) return ControlResult::Failure("endpoint " + guidText + " exists already");
-  std::string configPath = spec.configPath;
+  std::string configPath = wanted.configPath;
   if (!configPath.empty()) {
     std::error_code error;
     const std::filesystem::path absolute = std::filesystem::absolute(configPath, error);
@@ -126,28 +126,28 @@ ControlResult EndpointCatalog::Add(const EndpointSpec& spec) {
   RegKey fxProperties;
   status = device.WriteDword(kDeviceStateName, kStateActive);
   if (status == RegStatus::Ok) status = device.CreateSubKey(u"Properties", kAccess, properties);
-  if (status == RegStatus::Ok && !spec.settingsKey.empty()) {
-    status = WriteText(properties, kSettingsKeyProperty, spec.settingsKey);
+  if (status == RegStatus::Ok && !wanted.settingsKey.empty()) {
+    status = WriteText(properties, kSettingsKeyProperty, wanted.settingsKey);
   }
   if (status == RegStatus::Ok && !configPath.empty()) {
     status = WriteText(properties, kConfigPathProperty, configPath);
   }
-  if (status == RegStatus::Ok && !spec.adapterName.empty()) {
-    status = WriteText(properties, kAdapterNameProperty, spec.adapterName);
+  if (status == RegStatus::Ok && !wanted.adapterName.empty()) {
+    status = WriteText(properties, kAdapterNameProperty, wanted.adapterName);
   }
-  if (status == RegStatus::Ok && !spec.description.empty()) {
-    status = WriteText(properties, kDescriptionProperty, spec.description);
+  if (status == RegStatus::Ok && !wanted.description.empty()) {
+    status = WriteText(properties, kDescriptionProperty, wanted.description);
   }
   if (status == RegStatus::Ok) status = device.CreateSubKey(u"FxProperties", kAccess, fxProperties);
   if (status == RegStatus::Ok) {
     status = fxProperties.WriteDword(zor::com::PropertyKeyText(PKEY_AudioEndpoint_Disable_SysFx),
-                                     spec.systemEffects ? 0 : 1);
+                                     wanted.systemEffects ? 0 : 1);
   }
   if (status != RegStatus::Ok) {
-    Remove(guidText, spec.isRender, false);
+    Remove(guidText, wanted.isRender, false);
     return StoreFailure("cannot write the keys of endpoint " + guidText, status);
   }
-  return ControlResult::Success("added " + std::string(spec.isRender ? "render" : "capture") +
+  return ControlResult::Success("added " + std::string(wanted.isRender ? "render" : "capture") +
                                 " endpoint " + guidText);
 }
 

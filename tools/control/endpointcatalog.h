@@ -40,7 +40,7 @@ class EndpointCatalog {
   // Every endpoint key under Render and Capture whose name is a GUID.
   static ControlResult List(std::vector<EndpointEntry>& entries);
   // Fails for a GUID already in the store.
-  static ControlResult Add(const EndpointSpec& spec);
+  static ControlResult Add(const EndpointSpec& wanted);
   // Deletes the endpoint's keys, and with `withSettings` its settings key.
   static ControlResult Remove(const std::string& guid, bool isRender, bool withSettings);
   // Through the system's policy client (on Linux, the store's default).

@@ -35,10 +35,10 @@ EndpointsCommand::EndpointsCommand(CLI::App& app) {
 
 int EndpointsCommand::Run(const CtlSession& session) {
   if (m_add->parsed()) {
-    EndpointSpec spec = m_spec;
-    spec.isRender = !session.options.capture;
-    spec.systemEffects = !m_noSysfx;
-    return session.Done(EndpointCatalog::Add(spec));
+    EndpointSpec wanted = m_spec;
+    wanted.isRender = !session.options.capture;
+    wanted.systemEffects = !m_noSysfx;
+    return session.Done(EndpointCatalog::Add(wanted));
   }
   if (m_remove->parsed()) {
     return session.Done(EndpointCatalog::Remove(m_guid, !session.options.capture, m_purge));
