@@ -29,6 +29,9 @@ int CtlApp::Run(const std::vector<std::string>& args, std::ostream& out, std::os
   CLI::App app("velapo-ctl: the control panel and tuning tool of velapo", "velapo-ctl");
   app.footer(kFooter);
   app.fallthrough();
+  // Paths start with '/' on Linux and may under Wine: never read them as
+  // Windows-style options.
+  app.allow_windows_style_options(false);
   app.require_subcommand(1);
   CtlOptions options;
   app.add_option("--store", options.storeRoot,
