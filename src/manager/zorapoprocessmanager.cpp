@@ -1,12 +1,14 @@
+// ZORAPOProcessManager, part one of three: the life cycle and the audio
+// thread's work (Process, the crossfade block, the stale test and flush).
+// What decides the chains is in zorapoprocessmanagersettings.cpp, the meters
+// in zorapoprocessmanagermetering.cpp.
 #include "manager/zorapoprocessmanager.h"
 
 #include <algorithm>
 #include <cstring>
 
-#include "audio/zorapoworkspace.h"
 #include "core/zorlog.h"
 #include "core/zorscopedlock.h"
-#include "manager/zorapolatencycalculator.h"
 
 namespace {
 
@@ -30,37 +32,16 @@ class ZORDepthGuard {
 ZORAPOProcessManager::ZORAPOProcessManager() { m_lastProcess.Start(*m_pClock); }
 
 ZORAPOProcessManager::~ZORAPOProcessManager() {
-  // The worker uses the chains and events: it goes first.
+  // The worker uses the chains and events: it goes first. Then no listener
+  // may call in while the members die.
   m_worker.Stop(0);
+  UnbindListeners();
+  m_endpointTools.Stop();
 }
 
 void ZORAPOProcessManager::SetClock(IZORPerformanceClock* clock) {
   m_pClock = clock != nullptr ? clock : &IZORPerformanceClock::System();
   m_lastProcess.Start(*m_pClock);
-}
-
-bool ZORAPOProcessManager::SetEndpointInfo(const ZORAPOEndpointInfo& info, uint32_t apoloc) {
-  m_worker.Stop(0);
-  m_apoLocation = apoloc;
-  ZORAPOConfigurationFile config;
-  if (config.Load(info.GetConfigPath(), 0, apoloc) != ZORAPOConfigurationFile::kStatusOk) {
-    return false;
-  }
-  m_config = std::move(config);
-  m_endpoint = info;
-  m_bRenderEndpoint = info.IsRender();
-  m_bBound = true;
-  return true;
-}
-
-void ZORAPOProcessManager::CalculateLatency() {
-  m_latency = 0;
-  if (!m_bBound || m_pChainBuilder != nullptr) {
-    return;
-  }
-  ZORAPOLatencyCalculator calculator;
-  calculator.Calculate(m_endpoint, m_config.GetOperatingModes(), kLatencyRate);
-  m_latency = static_cast<int64_t>(calculator.GetResult());
 }
 
 bool ZORAPOProcessManager::Initialize(uint32_t chIn, uint32_t chOut, uint32_t nSampleRate,
@@ -74,6 +55,11 @@ bool ZORAPOProcessManager::Initialize(uint32_t chIn, uint32_t chOut, uint32_t nS
   m_nSampleRate = nSampleRate;
   m_bInFadeChain = false;
   CalculateLatency();
+  WriteRegistryMetrics();
+
+  // Made here, off the audio thread, at the sizes the meters will ask for.
+  m_inputPeaks.assign(chIn, 0.0f);
+  m_outputPeaks.assign(chOut, 0.0f);
 
   // The flush buffer is made here, off the audio thread, at the size the
   // stale test will ask for.
@@ -108,30 +94,6 @@ void ZORAPOProcessManager::PrepareChains() {
   UpdateWorkspace(m_pPreparedChain);
 
   m_xfade.Init(m_nSampleRate, kFadeTime, static_cast<uint64_t>(GetLatency()));
-}
-
-bool ZORAPOProcessManager::ChooseMode(ZORAPOOperatingMode& mode) const {
-  return m_config.FindMode(m_config.GetDefaultMode(), mode);
-}
-
-void ZORAPOProcessManager::UpdateWorkspace(ZORAPOProcessChain* chain) {
-  if (m_pChainBuilder != nullptr) {
-    m_pChainBuilder->BuildChain(*chain);
-    return;
-  }
-  // Without an endpoint or a mode the chain stays unbuilt and passes audio
-  // on its bypass path.
-  bool built = false;
-  ZORAPOWorkspace workspace;
-  if (m_bBound && ChooseMode(workspace.mode)) {
-    workspace.endpoint = m_endpoint;
-    workspace.inputLayout = LayoutFromChannels(m_nChannelsIn);
-    workspace.outputLayout = LayoutFromChannels(m_nChannelsOut);
-    workspace.sampleRate = m_nSampleRate;
-    chain->SetMinLatency(static_cast<uint64_t>(GetLatency()));
-    built = chain->ConstructChain(workspace, m_apoLocation) && chain->IsBuilt();
-  }
-  chain->SetChainBypass(!built);
 }
 
 // Steady -> Fading: the prepared chain starts to fade in, the spare becomes
@@ -185,6 +147,10 @@ void ZORAPOProcessManager::Process(const float* pInput, uint32_t* nFramesIn, flo
                             m_nSampleRate);
   blocks.output.Allocate(framesOut, m_nChannelsOut, m_nSampleRate);
 
+  if ((m_meteringMode & kMeterInput) != 0) {
+    Meter(m_inputMeter, blocks.input, m_inputPeaks);
+  }
+
   // The active chain may work on `input` in place; a chain being faded in
   // must see the same untouched samples. Outside a fade there is no such
   // chain, and a fade raised after this poll starts with the next block.
@@ -199,11 +165,15 @@ void ZORAPOProcessManager::Process(const float* pInput, uint32_t* nFramesIn, flo
   // place, which spares a copy of the block per call.
   ZORAudioDataFloat& out =
       !fading && m_nChannelsIn == m_nChannelsOut ? blocks.input : blocks.output;
-  m_pActiveChain->Process(blocks.input, out, nullptr);
+  m_pActiveChain->Process(blocks.input, out, this);
 
   // Polled again: the stale flush may have run the fade to its end.
   if (fading && m_hFadeEvent.Wait(0)) {
     Crossfade(blocks, framesOut);
+  }
+
+  if ((m_meteringMode & kMeterOutput) != 0) {
+    Meter(m_outputMeter, out, m_outputPeaks);
   }
 
   // Whatever frame count the chain left is what the caller gets, but never
@@ -247,7 +217,8 @@ void ZORAPOProcessManager::Crossfade(ProcessBlocks& blocks, uint32_t framesOut) 
   blocks.output.Allocate(framesOut, m_nChannelsOut, m_nSampleRate);
 
   m_bInFadeChain = m_bRenderEndpoint;
-  m_pFadeInChain->Process(blocks.fadeInput, blocks.output, nullptr);
+  // Capture chains feed the pipe once, from the active chain.
+  m_pFadeInChain->Process(blocks.fadeInput, blocks.output, m_bRenderEndpoint ? this : nullptr);
   m_bInFadeChain = false;
 
   m_xfade.Process(blocks.oldOutput, blocks.output);
@@ -306,52 +277,8 @@ void ZORAPOProcessManager::StaleTest(bool bSilentInput) {
   m_bFlushing = false;
 }
 
-bool ZORAPOProcessManager::Worker::Run(ZORThreadBasic& /*thread*/, zor::os::Event& stopEvent) {
-  return m_owner.RunWorker(stopEvent);
-}
-
-bool ZORAPOProcessManager::RunWorker(zor::os::Event& stopEvent) {
-  TimeDelta stopwatch;
-  stopwatch.Start(*m_pClock);
-  zor::os::Event* const untilSteady[] = {&stopEvent, &m_hSteadyEvent};
-  zor::os::Event* const untilUpdate[] = {&stopEvent, &m_hUpdateEvent};
-
-  for (;;) {
-    // A fade is never interrupted: a change waits for the running one to end.
-    if (zor::os::WaitAny(untilSteady, 2, zor::os::kInfinite) == 0) {
-      break;
-    }
-    const int32_t woken = zor::os::WaitAny(untilUpdate, 2, zor::os::kInfinite);
-    if (woken == 0) {
-      break;
-    }
-    if (woken == zor::os::kWaitTimeout) {
-      continue;
-    }
-
-    // At most ten switches a second.
-    int64_t now = 0;
-    int64_t frequency = 0;
-    uint32_t milliseconds = 0;
-    if (m_pClock->QueryCounter(now) && m_pClock->QueryFrequency(frequency) &&
-        ZORElapsedMilliseconds32(now, stopwatch.counter, frequency, milliseconds) &&
-        milliseconds < kMinSwitchMilliseconds) {
-      if (stopEvent.Wait(kMinSwitchMilliseconds - milliseconds)) {
-        break;
-      }
-    }
-
-    // Reset before reading any setting: a change that lands while the chain
-    // is built signals again and causes one more pass.
-    m_hUpdateEvent.Reset();
-    UpdateWorkspace(m_pPreparedChain);
-    SwitchState(ManagerState_Fading);
-    UpdateWorkspace(m_pPreparedChain);
-
-    stopwatch.Start(*m_pClock);
-    if (m_pClientEvent != nullptr) {
-      m_pClientEvent->Set();
-    }
-  }
-  return true;
+// audio thread
+void ZORAPOProcessManager::OnPipeData(bool /*isRender*/, IZORAudioData<float>& data) {
+  // No pipe is ever connected here: a chain that taps it hears silence.
+  data.Clear();
 }

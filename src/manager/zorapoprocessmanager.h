@@ -1,4 +1,11 @@
 #pragma once
+// One class over three source files, so that a reader of the audio path sees
+// only the audio thread's work:
+//   zorapoprocessmanager.cpp          life cycle, Process, fades, stale flush
+//   zorapoprocessmanagersettings.cpp  binding to an endpoint, listeners,
+//                                     UpdateWorkspace, the worker, metrics
+//   zorapoprocessmanagermetering.cpp  peaks and the shared meters
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -6,18 +13,29 @@
 #include "audio/zorapoprocesschain.h"
 #include "audio/zoraudiodatafloat.h"
 #include "audio/zorxfadefunction.h"
+#include "config/izorapomodeselectornotify.h"
+#include "config/izorapopublicsettingsnotify.h"
 #include "config/zorapoconfigurationfile.h"
+#include "config/zorapoglobalsettings.h"
+#include "config/zorapomodeselector.h"
+#include "config/zorutsvalue.h"
 #include "core/zorthreadbasic.h"
 #include "manager/zortimedelta.h"
 #include "platform/criticalsection.h"
+#include "platform/com.h"
 #include "platform/event.h"
+#include "system/izorapoendpointnotify.h"
 #include "system/zorapoendpointinfo.h"
+#include "system/zorapoendpointtools.h"
+#include "system/zoraposharedmeter.h"
 
 // Builds a chain for the manager's stream. The manager builds its chains from
 // the endpoint's configuration; an embedder that runs stages of its own
 // (the tech module's state tests do) puts a builder in instead. Called on the configuration thread in Initialize, on
 // the worker, and on the audio thread when a stale stream refreshes the chain
 // being faded in; never on a chain that plays.
+class ZORAPOPublicSettingsReader;
+
 class IZORAPOChainBuilder {
  public:
   virtual ~IZORAPOChainBuilder() = default;
@@ -42,13 +60,17 @@ enum ManagerState : uint32_t {
 // the audio thread calls Process; the worker (started by Initialize) builds
 // chains and starts fades. Process takes no lock but m_chainLock, once at the
 // end of each fade, and never waits.
-class ZORAPOProcessManager {
+class ZORAPOProcessManager : public IZORAPOEndpointNotify,
+                             public IZORAPOModeSelectorNotify,
+                             public IZORAPOPublicSettingsNotify,
+                             public IZORAPOProcessChainPipeHook {
  public:
   // Crossfade length and flush margin, in units of 10 ns.
   static constexpr uint64_t kFadeTime = 6400000;       // 64 ms
   static constexpr int64_t kFlushMargin = 2000000;     // 20 ms
   static constexpr uint32_t kStaleMilliseconds = 300;  // a longer gap is stale
   static constexpr uint32_t kMinSwitchMilliseconds = 100;
+  static constexpr uint32_t kTuningPollMilliseconds = 200;
 
   // Location codes passed down by the APO classes.
   static constexpr uint32_t kLocationOsfx = 4;
@@ -57,16 +79,71 @@ class ZORAPOProcessManager {
   // The rate every candidate chain is measured at, whatever the stream's.
   static constexpr uint32_t kLatencyRate = 44100;
 
+  // The configuration entries and stored values the manager reacts to.
+  static constexpr const char* kProcessEnableKey = "APO4-Process Enable";
+  static constexpr const char* kAutoContentModeKey = "APO4-Auto Content Mode Enable";
+  static constexpr const char* kContentModeKey = "APO4-ContentMode";
+  static constexpr const char* kMeteringModeKey = "APO4-Metering Mode";
+  static constexpr std::u16string_view kInitCountValue = u"VelApoInitCount";
+  // The capture link's mutex, searched for only when the link follows capture.
+  static constexpr std::u16string_view kCaptureMutexName = u"Global\\com.zorworks.captureapo3mutex";
+
+  // Metering mode bits.
+  static constexpr uint32_t kMeterInput = 1;
+  static constexpr uint32_t kMeterOutput = 2;
+
   ZORAPOProcessManager();
-  ~ZORAPOProcessManager();
+  ~ZORAPOProcessManager() override;
   ZORAPOProcessManager(const ZORAPOProcessManager&) = delete;
   ZORAPOProcessManager& operator=(const ZORAPOProcessManager&) = delete;
 
-  // Binds the manager to an endpoint: loads the configuration file the
-  // endpoint names for APO location `apoloc` and keeps a copy of `info`.
-  // False, leaving the binding as it was, when the file does not load.
+  // Binds the manager to the engine's endpoint: reads the endpoint GUID from
+  // the FX property store, finds that endpoint among the active render
+  // endpoints and binds it by SetEndpointInfo, keeping the store to follow
+  // its system-effects switch. False only for an unreadable GUID or a failed
+  // SetEndpointInfo. With no matching endpoint it is true and nothing is
+  // bound: the chains then pass audio. The device plays no part.
   // Configuration thread, before Initialize.
-  bool SetEndpointInfo(const ZORAPOEndpointInfo& info, uint32_t apoloc);
+  virtual bool SetEndpoint(IMMDevice*& spEndpoint, IPropertyStore*& spPropStore, uint32_t apoloc,
+                           uint32_t contentIndex);
+
+  // Binds the manager to an endpoint: loads the configuration file the
+  // endpoint names for APO location `apoloc`, keeps a copy of `info`, binds
+  // the global settings and the mode selector and starts listening to them,
+  // and sets the metering mode (0 for capture). False, leaving the binding
+  // as it was, when the file does not load. Configuration thread, before
+  // Initialize.
+  virtual bool SetEndpointInfo(const ZORAPOEndpointInfo& info, uint32_t apoloc);
+
+  // 0 lets the settings decide, 1 forces bypass, any other value forces
+  // processing on (the endpoint's system-effects switch still wins). Takes
+  // effect at the next chain build. Any thread.
+  void SetBypassOverride(int32_t bypassOverride) {
+    m_bypassOverride.store(static_cast<uint32_t>(bypassOverride));
+  }
+
+  // Closes both meters, stores `mode` and opens the meters its bits ask for
+  // (bit 0 input, index 0; bit 1 output, index 1). Configuration thread,
+  // between buffers.
+  void SetMeteringMode(uint32_t mode);
+  uint32_t GetMeteringMode() const { return m_meteringMode; }
+
+  // The largest magnitude per channel of `data` into `peaks`, resized to the
+  // channel count when it differs; a side channel (role 7) keeps its entry.
+  // A value replaces the entry unless the entry is strictly greater.
+  static void ComputePeaks(IZORAudioData<float>& data, std::vector<float>& peaks);
+
+  // Listeners. They run on other threads and touch only atomics and the
+  // update event.
+  void OnEndpointEvent(int32_t code) override;
+  void OnModeChanged() override;
+  void OnPublicSettingChanged(ZORAPOPublicSettings& settings, const ZORUTSValue& value) override;
+  // The capture link's mutex appeared or went.
+  void OnMutexFound(bool found);
+
+  // The capture pipe's tap in a chain. No pipe is connected in this system,
+  // so the block is zeroed. Audio thread.
+  void OnPipeData(bool isRender, IZORAudioData<float>& data) override;
 
   // Binds the manager to a stream format and (re)starts it: stops the worker,
   // prepares the chains, starts the worker. Always true. Configuration thread.
@@ -118,6 +195,10 @@ class ZORAPOProcessManager {
   ChainPointers GetChainPointers() const;
 
   const ZORXFadeFunction& GetCrossfade() const { return m_xfade; }
+  // The binding, for tracing and tests. Not while the worker runs.
+  bool IsBound() const { return m_bBound; }
+  const ZORAPOEndpointInfo& GetEndpointInfo() const { return m_endpoint; }
+  uint32_t GetContentIndex() const { return m_contentIndex; }
 
  private:
   // The worker's entry. A member of its own rather than a base of the
@@ -142,9 +223,23 @@ class ZORAPOProcessManager {
   // read the binding (fixed while the worker runs) and build a chain of
   // their own.
   void UpdateWorkspace(ZORAPOProcessChain* chain);
-  // The mode to build: the configuration's default for now.
-  bool ChooseMode(ZORAPOOperatingMode& mode) const;
+  // The mode to build: the content's preset when automatic content mode is
+  // on, else the stored mode, else the configuration's default; an unknown
+  // mode falls back to the default. False when even that is missing.
+  bool ChooseMode(ZORAPOOperatingMode& mode);
+  // Bypass for a chain by the process switch, the override and the
+  // endpoint's system-effects switch.
+  bool DecideBypass(bool built) const;
+  size_t ChainIndex(const ZORAPOProcessChain* chain) const;
+  // Points the worker's reader at the prepared chain's mode.
+  void OpenSettingsReader(ZORAPOPublicSettingsReader& reader);
   void CalculateLatency();
+  // Counts this Initialize in the endpoint's settings key, across restarts.
+  void WriteRegistryMetrics();
+  // Drops the listeners of the last binding.
+  void UnbindListeners();
+  // Peaks of `data` into `peaks` (sized ahead) and onto `meter`. Audio thread.
+  void Meter(ZORAPOSharedMeter& meter, IZORAudioData<float>& data, std::vector<float>& peaks);
 
   // The blocks of one Process call. Their stores keep their capacity, so
   // steady state allocates nothing; the flush nests one call, which gets the
@@ -192,9 +287,37 @@ class ZORAPOProcessManager {
   std::vector<float> m_flushBuffer;  // sized by Initialize, so a flush allocates nothing
   IZORAPOChainBuilder* m_pChainBuilder = nullptr;
   // The binding: read-only while the worker runs.
+  ZORComPtr<IMMDevice> m_device;
+  ZORComPtr<IPropertyStore> m_propStore;
+  ZORAPOEndpointTools m_endpointTools;
   ZORAPOEndpointInfo m_endpoint;
   ZORAPOConfigurationFile m_config;
   bool m_bBound = false;
+  bool m_bListening = false;  // registered with the endpoint tools
+  ZORAPOGlobalSettings m_globalSettings;
+  std::vector<ZORUTSValue> m_contentModes;  // presets by content, in file order
+  ZORAPOModeSelector m_modeSelector;
+  // The capture pipe link: nothing in this system switches it on.
+  bool m_bPipeEnabled = false;
+  bool m_bFollowCapture = false;
+  std::atomic<uint32_t> m_captureFound{0};
+
+  // What the listeners write and the worker reads.
+  std::atomic<uint32_t> m_bypassOverride{0};
+  std::atomic<uint32_t> m_processDisabled{0};
+  std::atomic<uint32_t> m_sysFxDisabled{0};
+  std::atomic<int32_t> m_autoContentMode{0};
+
+  // Metering: plain, set between buffers. The peak vectors are sized by
+  // Initialize, so the audio thread never allocates for them.
+  uint32_t m_meteringMode = 0;
+  ZORAPOSharedMeter m_inputMeter;
+  ZORAPOSharedMeter m_outputMeter;
+  std::vector<float> m_inputPeaks;
+  std::vector<float> m_outputPeaks;
+  // The mode each chain was last built for, by ChainIndex: the worker's
+  // reader watches the one of the prepared chain.
+  ZORAPOOperatingMode m_chainModes[3];
   Worker m_workerBody{*this};
   ZORThreadBasic m_worker;
 };

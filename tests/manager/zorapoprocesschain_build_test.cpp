@@ -128,7 +128,7 @@ TEST_F(ChainBuild, ValuesStackByTuningModeAndChangeTheLevelExactly) {
   const ZORAPOWorkspace stereo = Workspace(1, 2, 2, 48000);
   ChildProcess panel;
   ASSERT_TRUE(panel.Start(HelperBesideTest("velapo_chain_settings_helper"),
-                          {m_area.Root(), zor::os::Utf16ToUtf8(endpoint.GetSettingsKeyPath()), "APO4-Default",
+                          {m_area.Root(), "public", zor::os::Utf16ToUtf8(endpoint.GetSettingsKeyPath()), "APO4-Default",
                            "APO4-Any Speaker", "SFX-Volume:Gain-Level", "-600"}));
   ASSERT_EQ(panel.Wait(20000), 0);
   ZORAPOTunedSettings tool;
