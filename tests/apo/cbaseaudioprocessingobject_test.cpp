@@ -11,7 +11,7 @@
 
 #include "apo/zorapoformatrules.h"
 #include "apo/zoraporegproperties.h"
-#include "support/zortestmediatype.h"
+#include "engine/zortestmediatype.h"
 
 namespace {
 

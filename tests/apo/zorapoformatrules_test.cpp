@@ -8,7 +8,7 @@
 #include <optional>
 
 #include "support/zorlogcapture.h"
-#include "support/zortestmediatype.h"
+#include "engine/zortestmediatype.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <memory>
 #include <vector>
 
-#include "support/zortestendpoint.h"
+#include "engine/zortestendpoint.h"
 
 namespace {
 

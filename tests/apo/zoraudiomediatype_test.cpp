@@ -6,7 +6,7 @@
 #include <limits>
 
 #include "apo/zoraporegproperties.h"
-#include "support/zortestmediatype.h"
+#include "engine/zortestmediatype.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "support/zortestmediatype.h"
+#include "engine/zortestmediatype.h"
 
 #include <cstring>
 

@@ -1,4 +1,4 @@
-#include "support/zortestendpoint.h"
+#include "engine/zortestendpoint.h"
 
 HRESULT ZORTestPropertyStore::GetCount(DWORD* count) {
   if (!count) return E_POINTER;
