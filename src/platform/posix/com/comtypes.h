@@ -106,6 +106,7 @@ inline constexpr HRESULT E_OUTOFMEMORY = MakeHresult(0x8007000Eu);
 inline constexpr HRESULT E_INVALIDARG = MakeHresult(0x80070057u);
 inline constexpr HRESULT E_NOTFOUND = MakeHresult(0x80070490u);  // HRESULT_FROM_WIN32(ERROR_NOT_FOUND)
 inline constexpr HRESULT CLASS_E_NOAGGREGATION = MakeHresult(0x80040110u);
+inline constexpr HRESULT CLASS_E_CLASSNOTAVAILABLE = MakeHresult(0x80040111u);
 inline constexpr HRESULT REGDB_E_CLASSNOTREG = MakeHresult(0x80040154u);
 inline constexpr HRESULT CO_E_CLASSSTRING = MakeHresult(0x800401F3u);
 inline constexpr HRESULT RPC_E_CHANGED_MODE = MakeHresult(0x80010106u);
@@ -126,6 +127,22 @@ class IUnknown {
 
  protected:
   ~IUnknown() = default;
+};
+
+// ---- Class factory -----------------------------------------------------------
+
+// What a module hands out for each class it serves (DllGetClassObject), so
+// that hosts make objects the same way on both platforms.
+inline constexpr IID IID_IClassFactory = {
+    0x00000001, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
+
+class IClassFactory : public IUnknown {
+ public:
+  virtual HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID riid, void** ppvObject) = 0;
+  virtual HRESULT STDMETHODCALLTYPE LockServer(BOOL lock) = 0;
+
+ protected:
+  ~IClassFactory() = default;
 };
 
 // ---- Memory and apartments ----------------------------------------------------

@@ -1,0 +1,23 @@
+#pragma once
+// What the module exports for hosts, besides the four COM entries: the table
+// of its seven classes, for a host without a COM registry (velapo-host on
+// Linux) to find a class by location and make it through DllGetClassObject.
+
+#include <cstdint>
+
+#include "platform/com.h"
+
+struct ZORAPOModuleClass {
+  CLSID clsid;
+  // 0 to 5 for the render locations, 0xFFFFFFFF for capture.
+  uint32_t location;
+  const WCHAR* friendlyName;
+  IID apoInterface;
+  uint32_t flags;
+};
+
+// The exported "ZORAPOGetModuleClasses": the seven classes in registration
+// order (LFX, capture, SFX, MFX, EFX, OSFX, OMFX), valid while the module is
+// loaded; `count` (may be null) receives 7.
+using ZORAPOGetModuleClassesFn = const ZORAPOModuleClass* (*)(uint32_t* count);
+inline constexpr const char* kZORAPOGetModuleClassesName = "ZORAPOGetModuleClasses";
