@@ -180,7 +180,8 @@ int RunHost(const HostOptions& options, std::ostream& out, std::ostream& err) {
   if (!stage->Start(endpoint, options.location, format, error)) return fail(kExitBadInput);
   const std::string chainAtStart = stage->ActiveChain();
 
-  HostControl control(endpoint.Info(), config);
+  HostControl control;
+  if (!control.Open(endpoint.GuidText(), options.location, error)) return fail(kExitBadInput);
   ScriptPlayer player(script.Actions(), control);
   HostStream stream(*stage, input, format, blockFrames, options.realtime, &player);
   const bool progress = !options.quiet && IsTerminal(stderr);

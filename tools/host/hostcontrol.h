@@ -1,45 +1,35 @@
 #pragma once
-// What a control panel does to an endpoint, carried out through the stores
-// the engine watches: the stored mode, a mode's public settings, the global
-// settings, a tuned block in shared memory, the system-effects switch. It
-// never touches a stream. A thin stand-in for the shared control library:
-// velapo-ctl's code takes its place once both live in one tree.
+// What a control panel does to the endpoint, for the script's control
+// actions: the shared control library's operations (the same as velapo-ctl's)
+// through the stores the engine watches. It never touches a stream. A tuned
+// block opened by "tune open" stays open until the object dies, as a tuning
+// tool keeps it.
 //
 // One thread at a time (the script's control thread).
 
-#include <memory>
+#include <cstdint>
 #include <string>
 
-#include "config/zorapoconfigurationfile.h"
-#include "config/zorapooperatingmode.h"
+#include "control/controlendpoint.h"
+#include "control/controlpanel.h"
+#include "control/tuningsession.h"
 #include "hostscript.h"
-#include "system/zorapoendpointinfo.h"
-
-class ZORAPOTunedSettings;
 
 class HostControl {
  public:
-  // `config` is the endpoint's configuration, loaded by the caller.
-  HostControl(const ZORAPOEndpointInfo& endpoint, const ZORAPOConfigurationFile& config);
-  ~HostControl();
-  HostControl(const HostControl&) = delete;
-  HostControl& operator=(const HostControl&) = delete;
+  // Opens the endpoint `guidText` of the current store and loads its
+  // configuration for `location`. False, with `error`, when either fails.
+  bool Open(const std::string& guidText, uint32_t location, std::string& error);
 
   // Carries out one control action. False, with `error` saying why (an
   // unknown mode, a setting the mode does not make public, a tuned value
   // before "tune open", a store that refuses), and nothing written.
   bool Apply(const ScriptAction& action, std::string& error);
 
-  // The mode public settings and tuning address: the stored mode when the
-  // store has one, else the configuration's default; then the last mode set.
-  const ZORAPOModeId& CurrentMode() const { return m_mode; }
-
  private:
-  bool SetMode(const ScriptAction& action, std::string& error);
-  bool FindCurrentMode(ZORAPOOperatingMode& mode, std::string& error) const;
+  bool Check(const ControlResult& result, std::string& error) const;
 
-  ZORAPOEndpointInfo m_endpoint;
-  const ZORAPOConfigurationFile& m_config;
-  ZORAPOModeId m_mode;
-  std::unique_ptr<ZORAPOTunedSettings> m_tuned;  // kept open while the script runs, as a tuning tool does
+  ControlEndpoint m_endpoint;
+  ControlPanel m_panel{m_endpoint};
+  TuningSession m_tuning;
 };
