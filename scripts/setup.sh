@@ -12,6 +12,8 @@ packages=(
   g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix  # the Windows build
   wine wine64                                            # running it
   gcovr                                                  # scripts/coverage.sh
+  libcli11-dev nlohmann-json3-dev                        # the tools' command lines and reports
+  libsndfile1-dev libfftw3-dev gnuplot-nox               # velapo-host: audio files, spectra, pictures
 )
 
 missing=()

@@ -65,7 +65,7 @@ std::string ScriptAction::Describe() const {
     case ScriptActionKind::SysFx:
       return number != 0 ? "sysfx on" : "sysfx off";
     case ScriptActionKind::Stall:
-      return "stall " + std::to_string(number) + " ms";
+      return "stall " + std::to_string(number);
   }
   return {};
 }
