@@ -116,10 +116,14 @@ std::vector<float> Noise(size_t count) {
   return samples;
 }
 
+// Argument 0: the metering mode (0 none, 3 input and output); argument 1:
+// 1 keeps a fade running all the time, so every block runs two chains.
 void ManagerLaptopSfx(benchmark::State& state) {
   BenchEndpoint endpoint("laptop.xml");
   ZORAPOProcessManager manager;
   manager.SetEndpointInfo(endpoint.info, kLocationSfx);
+  manager.SetMeteringMode(static_cast<uint32_t>(state.range(0)));
+  const bool fading = state.range(1) != 0;
   manager.Initialize(2, 2, kRate, 0, kLocationSfx);
   if (!manager.GetChainPointers().active->IsBuilt()) state.SkipWithError("no chain");
   const std::vector<float> input = Noise(kFrames * 2);
@@ -129,9 +133,14 @@ void ManagerLaptopSfx(benchmark::State& state) {
     uint32_t out = kFrames;
     manager.Process(input.data(), &in, output.data(), &out, false);
   };
-  run();
+  auto fade = [&] {
+    if (fading && manager.GetState() == ManagerState_Steady) manager.SwitchState(ManagerState_Fading);
+  };
+  // The first fade sizes the fade's blocks.
+  for (int i = 0; i < 20; ++i) fade(), run();
   const velapo::test::AllocationCounter allocations;
   for (auto _ : state) {
+    fade();
     run();
     benchmark::DoNotOptimize(output.data());
     benchmark::ClobberMemory();
@@ -220,7 +229,7 @@ BENCHMARK_CAPTURE(UpdateValues, one_changed, true)->Unit(benchmark::kMicrosecond
 BENCHMARK(ResampledBlock)->Arg(22050)->Arg(50000)->Unit(benchmark::kMicrosecond);
 BENCHMARK_CAPTURE(DirectLaptopSfx, planar, false);
 BENCHMARK_CAPTURE(DirectLaptopSfx, interleaved, true);
-BENCHMARK(ManagerLaptopSfx);
+BENCHMARK(ManagerLaptopSfx)->ArgNames({"meters", "fading"})->Args({0, 0})->Args({3, 0})->Args({3, 1});
 
 class RatioReporter : public benchmark::ConsoleReporter {
  public:
@@ -243,7 +252,11 @@ int main(int argc, char** argv) {
     const auto mean = t.find(name + "_mean");
     return mean != t.end() ? mean->second : (t.count(name) != 0 ? t.at(name) : 0.0);
   };
-  const double host = time("ManagerLaptopSfx");
+  const double host = time("ManagerLaptopSfx/meters:0/fading:0");
+  if (host > 0 && time("ManagerLaptopSfx/meters:3/fading:0") > 0) {
+    std::printf("Process with both meters / without (laptop SFX): %+.1f %%\n",
+                100.0 * (time("ManagerLaptopSfx/meters:3/fading:0") / host - 1.0));
+  }
   for (const char* direct : {"DirectLaptopSfx/planar", "DirectLaptopSfx/interleaved"}) {
     if (host > 0 && time(direct) > 0) {
       std::printf("manager / %s (laptop SFX, 480 stereo frames): %.3f x, overhead %.0f ns\n",

@@ -231,6 +231,7 @@ class ZORAPOProcessManager : public IZORAPOEndpointNotify,
   // endpoint's system-effects switch.
   bool DecideBypass(bool built) const;
   size_t ChainIndex(const ZORAPOProcessChain* chain) const;
+  ZORAPOProcessChain* PreparedChain() const;
   // Points the worker's reader at the prepared chain's mode.
   void OpenSettingsReader(ZORAPOPublicSettingsReader& reader);
   void CalculateLatency();

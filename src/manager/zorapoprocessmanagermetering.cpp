@@ -2,9 +2,47 @@
 // measures its input and output here and writes the peaks to shared blocks
 // that a monitor in another process reads and clears. The audio path is in
 // zorapoprocessmanager.cpp, the settings in zorapoprocessmanagersettings.cpp.
+#include <algorithm>
 #include <cmath>
 
 #include "manager/zorapoprocessmanager.h"
+
+namespace {
+
+// The running maximum of |sample| per channel over interleaved frames. The
+// entry stays only when it is strictly greater, so a NaN replaces it, as a
+// comparison in the other order would not. With the channel count fixed at
+// compile time the loop vectorises.
+template <uint32_t kChannels>
+void PeaksOf(const float* samples, uint32_t frames, float* peaks) {
+  float running[kChannels];
+  std::copy(peaks, peaks + kChannels, running);
+  for (uint32_t frame = 0; frame < frames; ++frame) {
+    for (uint32_t c = 0; c < kChannels; ++c) {
+      const float magnitude = std::fabs(samples[static_cast<size_t>(frame) * kChannels + c]);
+      running[c] = running[c] > magnitude ? running[c] : magnitude;
+    }
+  }
+  std::copy(running, running + kChannels, peaks);
+}
+
+void PeaksOf(const float* samples, uint32_t frames, uint32_t channels, float* peaks) {
+  switch (channels) {
+    case 1: return PeaksOf<1>(samples, frames, peaks);
+    case 2: return PeaksOf<2>(samples, frames, peaks);
+    case 6: return PeaksOf<6>(samples, frames, peaks);
+    case 8: return PeaksOf<8>(samples, frames, peaks);
+    default: break;
+  }
+  for (uint32_t frame = 0; frame < frames; ++frame) {
+    for (uint32_t c = 0; c < channels; ++c) {
+      const float magnitude = std::fabs(samples[static_cast<size_t>(frame) * channels + c]);
+      peaks[c] = peaks[c] > magnitude ? peaks[c] : magnitude;
+    }
+  }
+}
+
+}  // namespace
 
 // audio thread
 void ZORAPOProcessManager::ComputePeaks(IZORAudioData<float>& data, std::vector<float>& peaks) {
@@ -15,21 +53,17 @@ void ZORAPOProcessManager::ComputePeaks(IZORAudioData<float>& data, std::vector<
   // The peaks do not depend on the layout; the interleaved one is the
   // host's, so reading it never converts a block.
   const float* samples = data.GetData(false, true);
-  const uint32_t frames = data.GetFrames();
   if (samples != nullptr) {
-    for (uint32_t channel = 0; channel < channels; ++channel) {
-      // The capture pipe's side channel is not the stream's sound.
-      if (data.GetChannelRole(channel) == IZORAudioData<float>::kSideChannelRole) {
-        continue;
+    // The capture pipe's side channel is not the stream's sound: its entry
+    // stays as it was.
+    constexpr uint32_t kKept = 16;
+    float kept[kKept];
+    for (uint32_t c = 0; c < channels && c < kKept; ++c) kept[c] = peaks[c];
+    PeaksOf(samples, data.GetFrames(), channels, peaks.data());
+    for (uint32_t c = 0; c < channels; ++c) {
+      if (data.GetChannelRole(c) == IZORAudioData<float>::kSideChannelRole) {
+        peaks[c] = c < kKept ? kept[c] : 0.0f;
       }
-      float peak = peaks[channel];
-      for (uint32_t frame = 0; frame < frames; ++frame) {
-        const float magnitude = std::fabs(samples[static_cast<size_t>(frame) * channels + channel]);
-        if (!(peak > magnitude)) {
-          peak = magnitude;
-        }
-      }
-      peaks[channel] = peak;
     }
   }
   data.ReleaseData();

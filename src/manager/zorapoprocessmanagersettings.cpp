@@ -10,6 +10,7 @@
 #include "audio/zorapoworkspace.h"
 #include "config/zorapopublicsettingsreader.h"
 #include "core/zorlog.h"
+#include "core/zorscopedlock.h"
 #include "manager/zorapolatencycalculator.h"
 #include "manager/zorapoprocessmanager.h"
 #include "platform/registry.h"
@@ -321,6 +322,13 @@ void ZORAPOProcessManager::UpdateWorkspace(ZORAPOProcessChain* chain) {
   chain->SetChainBypass(DecideBypass(built));
 }
 
+// Only the worker moves this pointer in the stream's life, but an embedder
+// (or a test) may start a fade from its own thread: read it under the lock.
+ZORAPOProcessChain* ZORAPOProcessManager::PreparedChain() const {
+  ZORScopedLock lock(m_chainLock);
+  return m_pPreparedChain;
+}
+
 size_t ZORAPOProcessManager::ChainIndex(const ZORAPOProcessChain* chain) const {
   return chain == &m_chainA ? 0 : chain == &m_chainB ? 1 : 2;
 }
@@ -332,7 +340,7 @@ bool ZORAPOProcessManager::Worker::Run(ZORThreadBasic& /*thread*/, zor::os::Even
 void ZORAPOProcessManager::OpenSettingsReader(ZORAPOPublicSettingsReader& reader) {
   if (m_bBound) {
     reader.Open(m_endpoint.GetEndpointGuid().Guid(), m_endpoint.GetSettingsKeyPath(),
-                m_chainModes[ChainIndex(m_pPreparedChain)], &m_hUpdateEvent);
+                m_chainModes[ChainIndex(PreparedChain())], &m_hUpdateEvent);
   }
 }
 
@@ -348,7 +356,7 @@ bool ZORAPOProcessManager::RunWorker(zor::os::Event& stopEvent) {
   // mode is written.
   ZORAPOPublicSettingsReader reader;
   OpenSettingsReader(reader);
-  bool poll = m_pPreparedChain->IsWatchingTuning();
+  bool poll = PreparedChain()->IsWatchingTuning();
   uint32_t timeout = poll ? kTuningPollMilliseconds : zor::os::kInfinite;
 
   zor::os::Event* const untilSteady[] = {&stopEvent, &m_hSteadyEvent};
@@ -362,7 +370,7 @@ bool ZORAPOProcessManager::RunWorker(zor::os::Event& stopEvent) {
       break;
     }
     // A tuning tool writes its block without telling anyone: look.
-    if (woken == zor::os::kWaitTimeout && (!poll || !m_pPreparedChain->TuningChanged())) {
+    if (woken == zor::os::kWaitTimeout && (!poll || !PreparedChain()->TuningChanged())) {
       continue;
     }
 
@@ -381,12 +389,13 @@ bool ZORAPOProcessManager::RunWorker(zor::os::Event& stopEvent) {
     // Reset before reading any setting: a change that lands while the chain
     // is built signals again and causes one more pass.
     m_hUpdateEvent.Reset();
-    UpdateWorkspace(m_pPreparedChain);
+    UpdateWorkspace(PreparedChain());
     OpenSettingsReader(reader);
     SwitchState(ManagerState_Fading);
-    UpdateWorkspace(m_pPreparedChain);
+    ZORAPOProcessChain* const next = PreparedChain();
+    UpdateWorkspace(next);
     // Once a tool is watched the poll never stops in this thread's life.
-    poll = m_pPreparedChain->IsWatchingTuning();
+    poll = next->IsWatchingTuning();
     if (poll) {
       timeout = kTuningPollMilliseconds;
     }

@@ -552,11 +552,13 @@ TEST(ZORAPOProcessManager, FadesStartedFromAnotherThreadNeverRaceTheAudioThread)
   EXPECT_GE(blocks.load(), kFades * 12);
 }
 
+// With both meters on, too.
 TEST(ZORAPOProcessManager, SteadyStateAllocatesNothingOnTheAudioThread) {
   for (const auto& [channelsIn, channelsOut] : {std::pair{2u, 2u}, std::pair{6u, 2u}}) {
     ManualClock clock(1000);
     ZORAPOProcessManager manager;
     manager.SetClock(&clock);
+    manager.SetMeteringMode(ZORAPOProcessManager::kMeterInput | ZORAPOProcessManager::kMeterOutput);
     manager.Initialize(channelsIn, channelsOut, kRate, 0, kLocationSfx);
     const std::vector<float> input = Noise(480 * channelsIn, 16);
     std::vector<float> output(480 * channelsOut);
@@ -587,4 +589,39 @@ TEST(ZORAPOProcessManager, SteadyStateAllocatesNothingOnTheAudioThread) {
     block();  // stale: flushes
     EXPECT_EQ(allocations.Count(), 0u) << channelsIn << " to " << channelsOut;
   }
+}
+
+// Against a plain scan: every channel count the fast paths and the general
+// one take, the side channel's entry kept, entries carried from before, and
+// a NaN, which replaces an entry as the comparison is written.
+TEST(ZORAPOProcessManager, PeaksMatchAPlainScanForEveryWidth) {
+  for (uint32_t channels = 1; channels <= 12; ++channels) {
+    for (uint32_t seed = 0; seed < 4; ++seed) {
+      SCOPED_TRACE(testing::Message() << channels << " channels, seed " << seed);
+      const uint32_t frames = 37 * seed;
+      std::vector<float> samples = Noise(static_cast<size_t>(frames) * channels, seed + 40 * channels);
+      ZORAudioDataFloat block;
+      block.AssignMemory(samples.data(), frames, channels, true, kRate);
+      const uint32_t side = (seed + channels) % channels;
+      for (uint32_t c = 0; c < channels; ++c) {
+        block.SetChannelRole(c, c == side ? IZORAudioData<float>::kSideChannelRole : IZORAudioData<float>::kNoRole);
+      }
+      std::vector<float> peaks(channels, 0.25f);
+      std::vector<float> expected = peaks;
+      for (uint32_t c = 0; c < channels; ++c) {
+        for (uint32_t f = 0; c != side && f < frames; ++f) {
+          expected[c] = std::max(expected[c], std::abs(samples[f * channels + c]));
+        }
+      }
+      ZORAPOProcessManager::ComputePeaks(block, peaks);
+      EXPECT_EQ(peaks, expected);
+    }
+  }
+  std::vector<float> nan = {std::nanf(""), 0.5f};
+  ZORAudioDataFloat block;
+  block.AssignMemory(nan.data(), 1, 2, true, kRate);
+  std::vector<float> peaks = {1.0f, 1.0f};
+  ZORAPOProcessManager::ComputePeaks(block, peaks);
+  EXPECT_TRUE(std::isnan(peaks[0]));
+  EXPECT_EQ(peaks[1], 1.0f);
 }
