@@ -26,6 +26,9 @@ struct ZORAPOInitBlock {
   // `block` is then left as it was.
   static HRESULT Read(UINT32 cbDataSize, const BYTE* pbyData, ZORAPOInitBlock& block);
 
+  // The signal processing mode that wants no effects at all.
+  static constexpr GUID kRawMode = {0x9E90EA20, 0xB493, 0x4FD1, {0xA1, 0xA8, 0x7E, 0x13, 0x61, 0xA9, 0x56, 0xCF}};
+
   // The mode's place among default, media, movie, notification and
   // communications; 5 for anything else, raw mode among them.
   static uint32_t ContentIndex(const GUID& mode);

@@ -7,6 +7,7 @@
 
 #include "platform/criticalsection.h"
 #include "platform/event.h"
+#include "platform/threadpriority.h"
 
 using zor::os::Event;
 using zor::os::EventReset;
@@ -112,4 +113,15 @@ TEST(CriticalSection, IsRecursiveAndExcludesOtherThreads) {
   EXPECT_FALSE(tryFromOtherThread());  // still held once
   section.Unlock();
   EXPECT_TRUE(tryFromOtherThread());
+}
+
+// Raised where the system lets this process (Windows, a privileged Linux
+// host), and always put back.
+TEST(ThreadPriority, ABoostIsUndoneOnItsOwnThread) {
+  const int before = zor::os::ThreadPriorityBoost::CurrentLevel();
+  {
+    const zor::os::ThreadPriorityBoost boost(15);
+    EXPECT_EQ(zor::os::ThreadPriorityBoost::CurrentLevel() != before, boost.Raised());
+  }
+  EXPECT_EQ(zor::os::ThreadPriorityBoost::CurrentLevel(), before);
 }
