@@ -11,6 +11,7 @@ packages=(
   libtinyxml2-dev libspeexdsp-dev                        # configuration and resampling
   libcli11-dev nlohmann-json3-dev                        # the tools: command lines and JSON
   g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix  # the Windows build
+  mingw-w64-tools                                        # widl: the module's type library
   wine wine64                                            # running it
   gcovr                                                  # scripts/coverage.sh
   libcli11-dev nlohmann-json3-dev                        # the tools' command lines and reports

@@ -21,3 +21,10 @@ struct ZORAPOModuleClass {
 // loaded; `count` (may be null) receives 7.
 using ZORAPOGetModuleClassesFn = const ZORAPOModuleClass* (*)(uint32_t* count);
 inline constexpr const char* kZORAPOGetModuleClassesName = "ZORAPOGetModuleClasses";
+
+// The exported "ZORAPOSetStoreRoot": the directory of the settings store the
+// library uses from now on (see platform/registry.h). The library keeps its
+// own copy of the platform layer, so a host's own choice doesn't reach it;
+// Linux hosts call this once after loading. Ignored on Windows.
+using ZORAPOSetStoreRootFn = void (*)(const char* directory);
+inline constexpr const char* kZORAPOSetStoreRootName = "ZORAPOSetStoreRoot";

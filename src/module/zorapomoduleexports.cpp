@@ -4,10 +4,12 @@
 #include <array>
 #include <atomic>
 
+#include "apo/zorapoinstancelimit.h"
 #include "apo/zoraporegproperties.h"
 #include "audio/zorapoprocesslibrary.h"
 #include "module/zorapomoduleabi.h"
 #include "module/zorapomodulemain.h"
+#include "platform/registry.h"
 
 #if defined(_WIN32)
 #define VELAPO_EXPORT
@@ -15,7 +17,7 @@
 #define VELAPO_EXPORT __attribute__((visibility("default")))
 #endif
 
-// The effect classes' creation entry; see zorapomoduletable.cpp.
+// The effect classes' creation entry and live counts; see zorapomoduletable.cpp.
 ZORAPOClassTable ZORAPOModuleClassTable();
 
 namespace {
@@ -49,10 +51,13 @@ CZOR_APOModule& ZORAPOTheModule() {
 
 const std::u16string& ZORAPOModulePath() { return ModulePathStore(); }
 
-void ZORAPOModuleAttach(const std::u16string& modulePath) {
+void ZORAPOModuleAttach(const std::u16string& modulePath, bool readInstanceLimit) {
   ModulePathStore() = modulePath;
   ZORAPOClasses();
   ZORAPOTheModule();
+  // Linux hosts choose the settings store's root after loading, so there
+  // the limit is read when the first object is made.
+  if (readInstanceLimit) ZORAPOInstanceLimit::Get();
   ZORAPOProcessLibrary::SetModulePath(modulePath.c_str());
 }
 
@@ -74,4 +79,8 @@ extern "C" VELAPO_EXPORT const ZORAPOModuleClass* ZORAPOGetModuleClasses(uint32_
   static const auto list = MakeClassList();
   if (count != nullptr) *count = static_cast<uint32_t>(list.size());
   return list.data();
+}
+
+extern "C" VELAPO_EXPORT void ZORAPOSetStoreRoot(const char* directory) {
+  if (directory != nullptr) zor::os::SetRegistryRoot(directory);
 }

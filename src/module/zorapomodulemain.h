@@ -10,9 +10,10 @@
 CZOR_APOModule& ZORAPOTheModule();
 
 // Runs once when the module is loaded, with its own file path: builds the
-// class records, reads the instance limit, and makes the module's directory
-// the place the tech module is looked for.
-void ZORAPOModuleAttach(const std::u16string& modulePath);
+// class records, reads the instance limit (where the store is known at
+// load), and makes the module's directory the place the tech module is
+// looked for.
+void ZORAPOModuleAttach(const std::u16string& modulePath, bool readInstanceLimit);
 
 // The path given at load.
 const std::u16string& ZORAPOModulePath();

@@ -203,6 +203,14 @@ class Parser {
     m_token.offset = m_pos;
     if (m_pos == m_text.size()) return true;
     const char16_t unit = m_text[m_pos];
+    if (unit == u'{' && BracedNameEnd() != 0) {
+      // "{GUID}": a name, written bare as class ids are.
+      m_token.kind = TokenKind::Word;
+      const size_t end = BracedNameEnd();
+      const std::u16string raw(m_text.substr(m_pos, end - m_pos));
+      m_pos = end;
+      return Replace(raw, m_token.text);
+    }
     if (unit == u'{' || unit == u'}' || unit == u'=') {
       m_token.kind = unit == u'{' ? TokenKind::OpenBrace : unit == u'}' ? TokenKind::CloseBrace : TokenKind::Equals;
       ++m_pos;
@@ -228,6 +236,17 @@ class Parser {
       while (m_pos < m_text.size() && !IsDelimiter(m_text[m_pos])) raw.push_back(m_text[m_pos++]);
     }
     return Replace(raw, m_token.text);
+  }
+
+  // The end of a name that starts with the '{' at the current position and
+  // closes with '}' before any space or other delimiter; 0 when the '{'
+  // opens a body instead.
+  size_t BracedNameEnd() const {
+    for (size_t end = m_pos + 1; end < m_text.size(); ++end) {
+      if (m_text[end] == u'}') return end > m_pos + 1 ? end + 1 : 0;
+      if (IsDelimiter(m_text[end])) return 0;
+    }
+    return 0;
   }
 
   bool Replace(std::u16string_view raw, std::u16string& out) {

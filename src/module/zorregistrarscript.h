@@ -26,6 +26,8 @@
 // with everything below before making it anew), Delete (registration deletes
 // the key and makes nothing). Keywords are matched regardless of case; a
 // quoted word is always a name. Inside quotes, '' stands for one quote.
+// Braces open and close bodies, except that a '{' closed by '}' before any
+// space, quote or '=' is a name, as class ids are written: {GUID}.
 // DWORDs are decimal or 0x-hexadecimal.
 //
 // %NAME% in any word is replaced by the caller's value for NAME once the

@@ -31,7 +31,17 @@ void ZOREngineEmulator::SetFormat(uint32_t inputChannels, uint32_t outputChannel
 
 HRESULT ZOREngineEmulator::Create(REFCLSID clsid) {
   Release();
-  HRESULT hr = ZORAPOCreateInstance(clsid, nullptr, IID_IAudioProcessingObject, reinterpret_cast<void**>(&m_object));
+  IUnknown* object = nullptr;
+  const HRESULT hr = ZORAPOCreateInstance(clsid, nullptr, IID_IUnknown, reinterpret_cast<void**>(&object));
+  if (FAILED(hr)) return hr;
+  const HRESULT adopted = Adopt(object);
+  object->Release();
+  return adopted;
+}
+
+HRESULT ZOREngineEmulator::Adopt(IUnknown* object) {
+  Release();
+  HRESULT hr = object->QueryInterface(IID_IAudioProcessingObject, reinterpret_cast<void**>(&m_object));
   if (SUCCEEDED(hr)) hr = m_object->QueryInterface(IID_IAudioProcessingObjectRT, reinterpret_cast<void**>(&m_rt));
   if (SUCCEEDED(hr)) {
     hr = m_object->QueryInterface(IID_IAudioProcessingObjectConfiguration,

@@ -50,6 +50,9 @@ class ZOREngineEmulator {
 
   // Each step answers the object's result.
   HRESULT Create(REFCLSID clsid);
+  // Takes an object made elsewhere (a module's class factory) in place of
+  // Create, adding a reference of its own.
+  HRESULT Adopt(IUnknown* object);
   HRESULT Initialize();
   // Input against any output, then output against that input; S_OK only when
   // both take the stream's formats as they are.

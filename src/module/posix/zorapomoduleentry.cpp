@@ -10,7 +10,7 @@ namespace {
 
 __attribute__((constructor)) void AttachModule() {
   const std::filesystem::path path = zor::os::ModulePathOf(reinterpret_cast<const void*>(&AttachModule));
-  ZORAPOModuleAttach(path.u16string());
+  ZORAPOModuleAttach(path.u16string(), false);
 }
 
 }  // namespace

@@ -64,7 +64,7 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
   if (reason == DLL_PROCESS_ATTACH) {
     g_module = instance;
     ::DisableThreadLibraryCalls(instance);
-    ZORAPOModuleAttach(OwnPath(instance));
+    ZORAPOModuleAttach(OwnPath(instance), true);
   }
   return TRUE;
 }
