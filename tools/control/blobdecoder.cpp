@@ -59,6 +59,10 @@ DecodedBlob BlobDecoder::Decode(std::span<const uint8_t> blob) {
     decoded.records.push_back(std::move(out));
     offset += record.consumed;
   }
+  if (decoded.records.empty()) {
+    decoded.problem = "one stray byte and no record";  // as the engine's reader, a failed read
+    return decoded;
+  }
   decoded.complete = true;
   return decoded;
 }
