@@ -10,6 +10,7 @@
 #include <sstream>
 #include <thread>
 
+#include "apostage.h"
 #include "audiofile.h"
 #include "config/zorapoconfigurationfile.h"
 #include "hostcontrol.h"
@@ -27,6 +28,7 @@ namespace {
 
 std::unique_ptr<IHostStage> MakeStage(const std::string& name) {
   if (name == "manager") return std::make_unique<ManagerStage>();
+  if (name == "apo") return std::make_unique<ApoStage>();
   return nullptr;
 }
 

@@ -15,7 +15,7 @@ struct HostOptions {
   uint32_t location = 1;  // SFX
   std::string locationName = "SFX";
   uint32_t blockMs = 10;
-  std::string stage = "manager";
+  std::string stage = "apo";
   std::string store;      // with endpoint: join that store
   std::string endpoint;
   bool realtime = false;
