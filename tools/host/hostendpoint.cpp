@@ -96,7 +96,7 @@ bool HostEndpoint::MakePrivate(const std::string& configPath, std::string& error
   guid.Data1 = random();
   guid.Data2 = static_cast<uint16_t>(random());
   guid.Data3 = static_cast<uint16_t>(0x4000 | (random() & 0x0FFF));
-  for (uint8_t& byte : guid.Data4) byte = static_cast<uint8_t>(random());
+  for (uint8_t& part : guid.Data4) part = static_cast<uint8_t>(random());
   m_guid = zor::com::GuidText(guid);
 
   const std::u16string key = RenderKeyPath(m_guid);
