@@ -1,6 +1,7 @@
 #include "programme.h"
 
 #include <cmath>
+#include <numbers>
 #include <random>
 
 AudioClip MakeProgramme(double seconds, uint32_t rate) {
@@ -19,12 +20,12 @@ AudioClip MakeProgramme(double seconds, uint32_t rate) {
     const double t = double(i) / rate;
     double left = 0, right = 0;
     if (i < part || i >= 3 * part) {
-      left = tone * std::sin(2 * M_PI * 440.0 * t);
-      right = tone * std::sin(2 * M_PI * 660.0 * t);
+      left = tone * std::sin(2 * std::numbers::pi * 440.0 * t);
+      right = tone * std::sin(2 * std::numbers::pi * 660.0 * t);
     } else if (i < 2 * part) {
       // Phase accumulated sample by sample, so the sweep has no jumps.
       const double position = double(i - part) / double(part);
-      sweepPhase += 2 * M_PI * 40.0 * std::pow(16000.0 / 40.0, position) / rate;
+      sweepPhase += 2 * std::numbers::pi * 40.0 * std::pow(16000.0 / 40.0, position) / rate;
       left = right = tone * std::sin(sweepPhase);
     } else if (((i - 2 * part) / burst) % 2 == 0) {
       lowpass = 0.7 * lowpass + 0.3 * white(random);  // softens the top of white noise

@@ -1,6 +1,7 @@
 #include <fftw3.h>
 
 #include <cmath>
+#include <numbers>
 #include <memory>
 
 #include "spectrum.h"
@@ -20,7 +21,7 @@ std::vector<double> Spectrum::Of(const AudioClip& clip) {
     for (size_t i = 0; i < kSize; ++i) {
       double mixed = 0;
       for (uint32_t c = 0; c < clip.channels; ++c) mixed += clip.samples[(start + i) * clip.channels + c];
-      const double hann = 0.5 - 0.5 * std::cos(2.0 * M_PI * double(i) / double(kSize));
+      const double hann = 0.5 - 0.5 * std::cos(2.0 * std::numbers::pi * double(i) / double(kSize));
       in.get()[i] = static_cast<float>(hann * mixed / clip.channels);
     }
     fftwf_execute(plan);
