@@ -12,6 +12,8 @@ int main(int argc, char** argv) {
   CLI::App app{"Plays an audio file through velapo's effects, as the audio engine drives them, and reports.",
                "velapo-host"};
   app.set_version_flag("--version", "velapo-host 0.1");
+  // Paths start with '/' under Wine as on Linux: never read them as options.
+  app.allow_windows_style_options(false);
   HostOptions options;
   app.add_option("input", options.input, "Audio file to play (WAV, FLAC, ...)");
   app.add_option("output", options.output, "Processed file to write (32-bit float)");

@@ -35,6 +35,7 @@ TEST_F(HostFilesTest, ProgrammeRoundTripsThroughFiles) {
   EXPECT_EQ(HostReport::LevelDb(programme, 55125, 66150), -200.0) << "a gap between bursts";
   std::string error;
   for (const char* name : {"p.wav", "p.flac"}) {
+    if (!VELAPO_HOST_WRITES_FLAC && std::string(name) == "p.flac") continue;  // Windows writes WAV only
     ASSERT_TRUE(WriteAudioFile((dir / name).string(), programme, error)) << error;
     AudioClip back;
     ASSERT_TRUE(ReadAudioFile((dir / name).string(), back, error)) << error;
