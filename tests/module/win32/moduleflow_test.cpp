@@ -22,7 +22,7 @@ class ModuleFlowTest : public APOEndpoint {
 TEST_F(ModuleFlowTest, EveryClassRunsAToneFromTheRegisteredDll) {
   ASSERT_TRUE(m_install.Ready());
   ASSERT_EQ(m_install.RunRegsvr32(false), 0);
-  const std::u16string render = MakeEndpoint(VELAPO_FLOW_CONFIG);
+  const std::u16string render = MakeEndpoint(VELAPO_FLOW_CONFIG).Guid();
   // The system's device enumerator lists only the audio service's own
   // endpoints, never the test's, so the objects run unbound and pass audio;
   // Linux, whose enumerator reads the store, runs the same flow bound.

@@ -21,11 +21,6 @@ const std::wstring kAppId = L"{553C48B2-BA6B-412B-9F8D-2B62B1B912AA}";
 const std::wstring kTypeLib = L"{8D6935E1-F1D5-4C56-8951-3E2415FDD2AF}";
 const std::wstring kApoKeys = L"AudioEngine\\AudioProcessingObjects\\";
 
-std::wstring Guid(const GUID& guid) {
-  const std::u16string text = zor::com::GuidText(guid);
-  return std::wstring(text.begin(), text.end());
-}
-
 struct Entry {
   std::wstring key;
   std::wstring name;
