@@ -1,15 +1,15 @@
 # What `cmake --install` puts where, and the Debian package CPack makes of
-# it. Included last, once every target exists; the engine's shared library
-# and the tools are installed when this branch of the tree builds them.
+# it. Included last, once every target exists.
 set(VELAPO_INSTALL_DOCDIR ${CMAKE_INSTALL_DATADIR}/doc/velapo)
 set(VELAPO_INSTALL_EXAMPLEDIR ${CMAKE_INSTALL_DATADIR}/velapo/examples)
 
-if(TARGET velapo)
-  install(TARGETS velapo LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-endif()
-if(TARGET veltech)
-  install(TARGETS veltech LIBRARY DESTINATION ${VELAPO_INSTALL_TECHDIR} RUNTIME DESTINATION ${VELAPO_INSTALL_TECHDIR})
-endif()
+# The module looks for the tech module beside its own file, so the two share
+# a directory (and hosts load the module from there by path).
+foreach(module velapo_shared veltech)
+  if(TARGET ${module})
+    install(TARGETS ${module} LIBRARY DESTINATION ${VELAPO_INSTALL_TECHDIR} RUNTIME DESTINATION ${VELAPO_INSTALL_TECHDIR})
+  endif()
+endforeach()
 foreach(tool velapo-ctl velapo-host)
   if(TARGET ${tool})
     install(TARGETS ${tool} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
