@@ -1,3 +1,5 @@
+// The module's factory answers (a table over every served and unserved id),
+// its locks from many threads, and registration's order, failures and locale.
 #include "module/czor_apomodule.h"
 
 #include <gtest/gtest.h>
@@ -12,29 +14,23 @@
 
 namespace {
 
-using velapo::test::ClassesRoot;
-
-// A stand-in class table: objects are plain counted IUnknowns, made for any
-// served class, counted while alive.
+// The class table's stand-in: plain counted objects, counted while alive.
 std::atomic<uint32_t> g_live{0};
 CLSID g_lastClsid{};
 
-class FakeObject final : public IUnknown {
- public:
+struct FakeObject final : IUnknown {
   FakeObject() { ++g_live; }
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
     *ppv = IsEqualIID(riid, IID_IUnknown) ? (AddRef(), this) : nullptr;
     return *ppv != nullptr ? S_OK : E_NOINTERFACE;
   }
-  ULONG STDMETHODCALLTYPE AddRef() override { return ++m_refs; }
+  ULONG STDMETHODCALLTYPE AddRef() override { return ++refs; }
   ULONG STDMETHODCALLTYPE Release() override {
-    const ULONG refs = --m_refs;
-    if (refs == 0) --g_live, delete this;
-    return refs;
+    const ULONG left = --refs;
+    if (left == 0) --g_live, delete this;
+    return left;
   }
-
- private:
-  std::atomic<ULONG> m_refs{1};
+  std::atomic<ULONG> refs{1};
 };
 
 HRESULT CreateFake(REFCLSID clsid, REFIID riid, void** ppv) {
@@ -45,69 +41,46 @@ HRESULT CreateFake(REFCLSID clsid, REFIID riid, void** ppv) {
   return hr;
 }
 
-uint32_t LiveFakes() { return g_live.load(); }
-
-constexpr CLSID kPropPage = {0x7F578410, 0x1C20, 0x4677, {0xB1, 0x8F, 0x44, 0x74, 0x00, 0x08, 0x65, 0xD4}};
-constexpr CLSID kScriptOsfx = {0x42E82F48, 0x20E9, 0x4B35, {0x96, 0x2A, 0x44, 0x39, 0x05, 0x96, 0x70, 0xD4}};
-constexpr CLSID kScriptOmfx = {0x272B9432, 0x8AFD, 0x4935, {0x84, 0xB4, 0xA7, 0x7C, 0xFA, 0x09, 0x81, 0x5E}};
 constexpr IID kUnknownIid = {0x12345678, 0, 0, {0, 0, 0, 0, 0, 0, 0, 1}};
 
 class CZOR_APOModuleTest : public ::testing::Test {
  protected:
-  CZOR_APOModule m_module{ZORAPOClassTable{CreateFake, LiveFakes}};
+  CZOR_APOModule m_module{ZORAPOClassTable{CreateFake, [] { return g_live.load(); }}};
 };
 
-TEST_F(CZOR_APOModuleTest, ServesExactlyTheSevenClasses) {
-  const auto records = CZOR_APOModule::RegistrationOrder();
-  struct Case {
-    CLSID clsid;
-    IID iid;
-    bool nullOut;
-    HRESULT result;
-  };
-  std::vector<Case> cases;
-  for (const APO_REG_PROPERTIES* record : records) {
-    cases.push_back({record->clsid, IID_IClassFactory, false, S_OK});
-    cases.push_back({record->clsid, IID_IUnknown, false, S_OK});
-    cases.push_back({record->clsid, kUnknownIid, false, E_NOINTERFACE});
-    cases.push_back({record->clsid, IID_IClassFactory, true, E_POINTER});
-    // The interface id is not a class id.
-    cases.push_back({record->iidAPOInterfaceList[0], IID_IClassFactory, false, CLASS_E_CLASSNOTAVAILABLE});
+TEST_F(CZOR_APOModuleTest, ServesExactlyTheSevenClassesAndItsFactoriesMakeTheirOwn) {
+  // The property page and the ids resources 113 and 114 carry are not served.
+  const CLSID others[] = {{0x7F578410, 0x1C20, 0x4677, {0xB1, 0x8F, 0x44, 0x74, 0x00, 0x08, 0x65, 0xD4}},
+                          {0x42E82F48, 0x20E9, 0x4B35, {0x96, 0x2A, 0x44, 0x39, 0x05, 0x96, 0x70, 0xD4}},
+                          {0x272B9432, 0x8AFD, 0x4935, {0x84, 0xB4, 0xA7, 0x7C, 0xFA, 0x09, 0x81, 0x5E}}, GUID_NULL};
+  for (const CLSID& other : others) {
+    void* out = &g_live;
+    EXPECT_EQ(m_module.GetClassObject(other, IID_IClassFactory, &out), CLASS_E_CLASSNOTAVAILABLE);
+    EXPECT_EQ(out, nullptr);
   }
-  for (const CLSID& other : {kPropPage, kScriptOsfx, kScriptOmfx, GUID_NULL}) {
-    cases.push_back({other, IID_IClassFactory, false, CLASS_E_CLASSNOTAVAILABLE});
+  for (const APO_REG_PROPERTIES* record : CZOR_APOModule::RegistrationOrder()) {
+    void* out = &g_live;
+    EXPECT_EQ(m_module.GetClassObject(record->iidAPOInterfaceList[0], IID_IClassFactory, &out),
+              CLASS_E_CLASSNOTAVAILABLE);  // an interface id is no class id
+    EXPECT_EQ(m_module.GetClassObject(record->clsid, IID_IClassFactory, nullptr), E_POINTER);
+    EXPECT_EQ(m_module.GetClassObject(record->clsid, kUnknownIid, &out), E_NOINTERFACE);
+    EXPECT_EQ(out, nullptr);
+    IClassFactory* factory = nullptr;
+    ASSERT_EQ(m_module.GetClassObject(record->clsid, IID_IClassFactory, reinterpret_cast<void**>(&factory)), S_OK);
+    auto* outer = new FakeObject;
+    out = outer;
+    EXPECT_EQ(factory->CreateInstance(outer, IID_IUnknown, &out), CLASS_E_NOAGGREGATION);
+    EXPECT_EQ(factory->CreateInstance(nullptr, IID_IUnknown, nullptr), E_POINTER);
+    EXPECT_EQ(factory->CreateInstance(nullptr, kUnknownIid, &out), E_NOINTERFACE);
+    EXPECT_EQ(out, nullptr);
+    ASSERT_EQ(factory->CreateInstance(nullptr, IID_IUnknown, &out), S_OK);
+    EXPECT_TRUE(IsEqualGUID(g_lastClsid, record->clsid));
+    factory->Release();
+    EXPECT_EQ(m_module.CanUnloadNow(), S_FALSE);  // the object still lives
+    static_cast<IUnknown*>(out)->Release();
+    outer->Release();
+    EXPECT_EQ(m_module.CanUnloadNow(), S_OK);
   }
-  for (const Case& item : cases) {
-    void* out = reinterpret_cast<void*>(1);
-    EXPECT_EQ(m_module.GetClassObject(item.clsid, item.iid, item.nullOut ? nullptr : &out), item.result)
-        << zor::os::Utf16ToUtf8(zor::com::GuidText(item.clsid));
-    if (item.nullOut) continue;
-    EXPECT_EQ(out != nullptr, item.result == S_OK);
-    if (out != nullptr) static_cast<IUnknown*>(out)->Release();
-  }
-  EXPECT_EQ(m_module.LockCount(), 0u);
-}
-
-TEST_F(CZOR_APOModuleTest, FactoryRefusesAggregationAndNullOutAndMakesItsOwnClass) {
-  IClassFactory* factory = nullptr;
-  const auto records = CZOR_APOModule::RegistrationOrder();
-  ASSERT_EQ(m_module.GetClassObject(records[5]->clsid, IID_IClassFactory, reinterpret_cast<void**>(&factory)), S_OK);
-  auto* outer = new FakeObject;
-  void* out = outer;
-  EXPECT_EQ(factory->CreateInstance(outer, IID_IUnknown, &out), CLASS_E_NOAGGREGATION);
-  EXPECT_EQ(out, nullptr);
-  EXPECT_EQ(factory->CreateInstance(nullptr, IID_IUnknown, nullptr), E_POINTER);
-  out = outer;
-  EXPECT_EQ(factory->CreateInstance(nullptr, kUnknownIid, &out), E_NOINTERFACE);
-  EXPECT_EQ(out, nullptr);
-  ASSERT_EQ(factory->CreateInstance(nullptr, IID_IUnknown, &out), S_OK);
-  EXPECT_TRUE(IsEqualGUID(g_lastClsid, records[5]->clsid));
-  EXPECT_EQ(m_module.CanUnloadNow(), S_FALSE);
-  factory->Release();
-  EXPECT_EQ(m_module.CanUnloadNow(), S_FALSE);  // the object still lives
-  static_cast<IUnknown*>(out)->Release();
-  outer->Release();
-  EXPECT_EQ(m_module.CanUnloadNow(), S_OK);
 }
 
 // LockServer and factory references from many threads balance out exactly;
@@ -116,76 +89,67 @@ TEST_F(CZOR_APOModuleTest, LocksFromManyThreadsBalanceAndNeverGoBelowZero) {
   IClassFactory* factory = nullptr;
   ASSERT_EQ(m_module.GetClassObject(CZOR_APOModule::RegistrationOrder()[0]->clsid, IID_IClassFactory,
                                     reinterpret_cast<void**>(&factory)), S_OK);
-  std::vector<std::thread> threads;
   std::atomic<int> refused{0};
+  std::vector<std::thread> threads;
   for (int t = 0; t < 4; ++t) {
     threads.emplace_back([&] {
       for (int i = 0; i < 2000; ++i) {
-        if (factory->LockServer(1) != S_OK) ++refused;
+        refused += factory->LockServer(1) != S_OK;
         factory->AddRef();
         factory->Release();
-        if (factory->LockServer(0) != S_OK) ++refused;
+        refused += factory->LockServer(0) != S_OK;
       }
     });
   }
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(refused.load(), 0);
-  EXPECT_EQ(m_module.CanUnloadNow(), S_FALSE);
+  EXPECT_EQ(factory->LockServer(1), S_OK);
   factory->Release();
+  EXPECT_EQ(m_module.CanUnloadNow(), S_FALSE);  // the server lock alone holds the module
+  EXPECT_EQ(factory->LockServer(0), S_OK);
   EXPECT_EQ(m_module.CanUnloadNow(), S_OK);
   EXPECT_EQ(factory->LockServer(0), E_UNEXPECTED);
-  EXPECT_EQ(m_module.LockCount(), 0u);
 }
 
-// Registration against a private classes root, with scripts, type library
-// and locale as the test says, and failures injected.
-class CZOR_APOModuleRegistrationTest : public CZOR_APOModuleTest {
- protected:
-  CZOR_APOModuleRegistrationTest() {
-    m_setup.modulePath = u"C:\\velapo\\velapo64.dll";
-    m_setup.classesRootPath = m_root.Path();
-    m_setup.loadScript = [this](uint16_t id, std::string& bytes) {
-      m_scriptsRun.push_back(id);
-      return id != m_missingScript && ZORAPOModuleScriptText(id, bytes);
-    };
-    m_setup.typeLibrary = [this](bool doRegister) {
-      m_localeAtTypeLibrary = m_locale;
-      return doRegister ? m_typeLibraryResult : S_OK;
-    };
-    m_setup.swapThreadLocale = [this](uint32_t locale) { return std::exchange(m_locale, locale); };
-  }
+// Registration against a private classes root, with failures injected: the
+// first ends registration, removal goes on past them, and the thread locale
+// is neutral around the type library and always restored.
+TEST_F(CZOR_APOModuleTest, RegistrationStopsAtTheFirstFailureAndRestoresTheLocale) {
+  velapo::test::ClassesRoot root;
+  std::vector<uint16_t> scriptsRun;
+  uint16_t missingScript = 106;
+  HRESULT typeLibraryResult = S_OK;
+  uint32_t locale = 1033, localeAtTypeLibrary = 0;
+  ZORAPOModuleSetup setup;
+  setup.modulePath = u"C:\\velapo\\velapo64.dll";
+  setup.classesRootPath = root.Path();
+  setup.loadScript = [&](uint16_t id, std::string& bytes) {
+    scriptsRun.push_back(id);
+    return id != missingScript && ZORAPOModuleScriptText(id, bytes);
+  };
+  setup.typeLibrary = [&](bool doRegister) {
+    localeAtTypeLibrary = locale;
+    return doRegister ? typeLibraryResult : S_OK;
+  };
+  setup.swapThreadLocale = [&](uint32_t next) { return std::exchange(locale, next); };
+  const std::u16string osfxKey = u"CLSID\\{42E82F48-20E9-4B35-962A-4439059670D4}";
 
-  ClassesRoot m_root;
-  ZORAPOModuleSetup m_setup;
-  std::vector<uint16_t> m_scriptsRun;
-  uint16_t m_missingScript = 0;
-  HRESULT m_typeLibraryResult = S_OK;
-  uint32_t m_locale = 1033;
-  uint32_t m_localeAtTypeLibrary = 0;
-};
-
-TEST_F(CZOR_APOModuleRegistrationTest, TheFirstFailureEndsRegistrationAndTheLocaleComesBack) {
-  m_missingScript = 106;
-  EXPECT_EQ(static_cast<uint32_t>(m_module.RegisterServer(m_setup)), 0x80040201u);
-  EXPECT_EQ(m_scriptsRun.back(), 106);
-  EXPECT_FALSE(m_root.Exists(u"CLSID\\{42E82F48-20E9-4B35-962A-4439059670D4}"));
-  EXPECT_EQ(m_locale, 1033u);
-  EXPECT_EQ(m_localeAtTypeLibrary, 0u);
-
-  m_missingScript = 0;
-  m_typeLibraryResult = static_cast<HRESULT>(0x80029C4Au);
-  EXPECT_EQ(m_module.RegisterServer(m_setup), m_typeLibraryResult);
-  EXPECT_EQ(m_scriptsRun, (std::vector<uint16_t>{101, 102, 103, 104, 106, 101, 102, 103, 104, 106, 107, 108, 113, 114}));
-  EXPECT_EQ(m_localeAtTypeLibrary, CZOR_APOModule::kNeutralLocale);
-  EXPECT_EQ(m_locale, 1033u);
-  EXPECT_EQ(m_root.Text(u"CLSID\\{42E82F48-20E9-4B35-962A-4439059670D4}\\InprocServer32", u""), m_setup.modulePath);
-  // Removal goes on past a failure and answers the first.
-  m_missingScript = 102;
-  EXPECT_EQ(static_cast<uint32_t>(m_module.UnregisterServer(m_setup)), 0x80040201u);
-  EXPECT_FALSE(m_root.Exists(u"AppID\\ZOR_APO_Universal.DLL"));
-  EXPECT_FALSE(m_root.Exists(u"CLSID\\{42E82F48-20E9-4B35-962A-4439059670D4}"));
-  std::vector<ZORAPORegisteredClass> engineKeys;
-  ASSERT_EQ(ZORAPORegistryKeys(m_root.Path()).ReadAll(engineKeys), S_OK);
+  EXPECT_EQ(static_cast<uint32_t>(m_module.RegisterServer(setup)), 0x80040201u);
+  EXPECT_FALSE(root.Exists(osfxKey));
+  EXPECT_EQ(locale, 1033u);
+  EXPECT_EQ(localeAtTypeLibrary, 0u);
+  missingScript = 0;
+  typeLibraryResult = static_cast<HRESULT>(0x80029C4Au);
+  EXPECT_EQ(m_module.RegisterServer(setup), typeLibraryResult);
+  EXPECT_EQ(scriptsRun, (std::vector<uint16_t>{101, 102, 103, 104, 106, 101, 102, 103, 104, 106, 107, 108, 113, 114}));
+  EXPECT_EQ(localeAtTypeLibrary, CZOR_APOModule::kNeutralLocale);
+  EXPECT_EQ(locale, 1033u);
+  EXPECT_EQ(root.Text(osfxKey + u"\\InprocServer32", u""), setup.modulePath);
+  missingScript = 102;
+  EXPECT_EQ(static_cast<uint32_t>(m_module.UnregisterServer(setup)), 0x80040201u);
+  EXPECT_FALSE(root.Exists(u"AppID\\ZOR_APO_Universal.DLL") || root.Exists(osfxKey));
+  std::vector<ZORAPORegisteredClass> engineKeys;  // removal leaves the engine keys
+  ASSERT_EQ(ZORAPORegistryKeys(root.Path()).ReadAll(engineKeys), S_OK);
   EXPECT_EQ(engineKeys.size(), 7u);
 }
 

@@ -6,7 +6,6 @@
 #include <string_view>
 
 #include "platform/registry.h"
-#include "platform/text.h"
 #include "registrytestarea.h"
 
 namespace velapo::test {
@@ -20,20 +19,28 @@ class ClassesRoot {
     zor::os::RegKey key;
     return zor::os::RegKey::Open(Path(relative), zor::os::kKeyRead, key) == zor::os::RegStatus::Ok;
   }
-  // The value's text when it is a REG_SZ; "<type N>" or "<missing>" else.
+  // A REG_SZ value's text; "<missing>", or "<type>" for another type.
   std::u16string Text(std::u16string_view relative, std::u16string_view name) const {
-    zor::os::RegKey key;
-    if (zor::os::RegKey::Open(Path(relative), zor::os::kKeyRead, key) != zor::os::RegStatus::Ok) return u"<no key>";
-    const StoredValue value = ReadStored(key, name);
+    const StoredValue value = Read(relative, name);
     if (value.status != zor::os::RegStatus::Ok) return u"<missing>";
     if (value.type != zor::os::RegType::Sz) return u"<type>";
     std::u16string text;
-    for (size_t i = 0; i + 1 < value.data.size(); i += 2) text.push_back(char16_t(value.data[i] | value.data[i + 1] << 8));
-    if (!text.empty() && text.back() == 0) text.pop_back();
+    for (size_t i = 0; i + 3 < value.data.size(); i += 2) text.push_back(char16_t(value.data[i] | value.data[i + 1] << 8));
     return text;
+  }
+  // A REG_DWORD value; 0xDEADBEEF when missing or of another type.
+  uint32_t Dword(std::u16string_view relative, std::u16string_view name) const {
+    const StoredValue value = Read(relative, name);
+    if (value.status != zor::os::RegStatus::Ok || value.type != zor::os::RegType::Dword) return 0xDEADBEEF;
+    return value.data[0] | value.data[1] << 8 | value.data[2] << 16 | uint32_t(value.data[3]) << 24;
   }
 
  private:
+  StoredValue Read(std::u16string_view relative, std::u16string_view name) const {
+    zor::os::RegKey key;
+    zor::os::RegKey::Open(Path(relative), zor::os::kKeyRead, key);
+    return ReadStored(key, name);
+  }
   RegistryTestArea m_area;
 };
 

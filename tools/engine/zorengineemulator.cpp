@@ -136,8 +136,12 @@ void ZOREngineEmulator::Release() {
 }
 
 HRESULT ZOREngineEmulator::RunLifeCycle(REFCLSID clsid, const std::vector<float>& input, uint32_t buffers) {
-  HRESULT hr = Create(clsid);
-  if (SUCCEEDED(hr)) hr = Initialize();
+  const HRESULT hr = Create(clsid);
+  return SUCCEEDED(hr) ? RunLifeCycle(input, buffers) : hr;
+}
+
+HRESULT ZOREngineEmulator::RunLifeCycle(const std::vector<float>& input, uint32_t buffers) {
+  HRESULT hr = Initialize();
   if (SUCCEEDED(hr)) hr = NegotiateFormats();
   if (SUCCEEDED(hr)) hr = Lock();
   if (FAILED(hr)) return hr;

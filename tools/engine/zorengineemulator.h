@@ -73,6 +73,8 @@ class ZOREngineEmulator {
   // `input`, latency and effect list, unlock. The first failing step's
   // result, else S_OK.
   HRESULT RunLifeCycle(REFCLSID clsid, const std::vector<float>& input, uint32_t buffers);
+  // The same from Initialize on, for an object made already (Adopt).
+  HRESULT RunLifeCycle(const std::vector<float>& input, uint32_t buffers);
 
   IAudioProcessingObject* Object() const { return m_object; }
   ZORTestPropertyStore& FxProperties() { return *m_fxProperties; }

@@ -68,6 +68,7 @@ HostEndpoint::HostEndpoint() { m_comInit = CoInitializeEx(nullptr, COINIT_MULTIT
 
 HostEndpoint::~HostEndpoint() {
   m_info.Reset();
+  m_listing.reset();
   if (m_pDevice != nullptr) m_pDevice->Release();
   RemovePrivate();
   if (SUCCEEDED(m_comInit)) CoUninitialize();
@@ -143,6 +144,8 @@ bool HostEndpoint::Bind(const std::u16string& guid, std::string& error) {
     error = "the endpoint " + GuidText() + " cannot be read from the settings store";
     return false;
   }
+  // The effect objects look their endpoint up in the device list.
+  m_listing = std::make_unique<HostDeviceList>(m_pDevice);
   return true;
 }
 

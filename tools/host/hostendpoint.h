@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 
+#include "hostdevicelist.h"
 #include "platform/com.h"
 #include "system/zorapoendpointinfo.h"
 
@@ -43,6 +44,7 @@ class HostEndpoint {
 
   ZORAPOEndpointInfo m_info;
   HostDevice* m_pDevice = nullptr;  // counted; released by the destructor
+  std::unique_ptr<HostDeviceList> m_listing;  // the device in the engine's device list
   std::u16string m_guid;
   std::string m_storeRoot;  // private root to remove (Linux)
   bool m_bPrivate = false;

@@ -1,0 +1,174 @@
+// velapo64.dll as a user installs it: copied with veltech64.dll into a
+// directory of its own, registered by the system's regsvr32 and read back
+// through HKEY_CLASSES_ROOT key by key as its scripts say, then every class
+// made as hosts make them (CoCreateInstance; OSFX and OMFX through the engine
+// keys and DllGetClassObject) and run; regsvr32 /u leaves the engine keys.
+#include <windows.h>
+#include <oleauto.h>
+
+#include <gtest/gtest.h>
+
+#include "apotesting.h"
+#include "hostendpoint.h"
+#include "module/czor_apomodule.h"
+#include "module/zorapomodulescripts.h"
+#include "module/zorregistrarscript.h"
+#include "moduleflow.h"
+
+namespace {
+
+using namespace velapo::test;
+
+std::wstring Wide(std::u16string_view text) { return std::wstring(text.begin(), text.end()); }
+std::string Narrow(const std::wstring& text) { return std::string(text.begin(), text.end()); }
+
+// A value's data as the scripts write it: REG_SZ as it is, REG_DWORD as "#n".
+std::wstring ClassesValue(const std::wstring& key, const std::wstring& name) {
+  DWORD type = 0;
+  wchar_t data[1024];
+  DWORD size = sizeof(data);
+  if (::RegGetValueW(HKEY_CLASSES_ROOT, key.c_str(), name.empty() ? nullptr : name.c_str(), RRF_RT_ANY | RRF_NOEXPAND,
+                     &type, data, &size) != ERROR_SUCCESS) {
+    return L"<missing>";
+  }
+  if (type == REG_DWORD) return L"#" + std::to_wstring(*reinterpret_cast<DWORD*>(data));
+  return type == REG_SZ ? std::wstring(data) : L"<type>";
+}
+
+bool ClassesKeyExists(const std::wstring& key) {
+  HKEY handle = nullptr;
+  if (::RegOpenKeyExW(HKEY_CLASSES_ROOT, key.c_str(), 0, KEY_READ, &handle) != ERROR_SUCCESS) return false;
+  ::RegCloseKey(handle);
+  return true;
+}
+
+std::wstring ScriptData(const ZORRegistrarValue& value) {
+  return value.kind == ZORRegistrarValueKind::Dword ? L"#" + std::to_wstring(value.number) : Wide(value.text);
+}
+
+// Registered: every key and value of the script is there with its data.
+// Removed: every key but the NoRemove ones is gone.
+void ExpectScriptKey(const ZORRegistrarKey& key, const std::wstring& parent, bool registered) {
+  const std::wstring path = parent + Wide(key.name);
+  if (key.deleteOnRegister) return;
+  if (!registered && !key.noRemove) {
+    EXPECT_FALSE(ClassesKeyExists(path)) << Narrow(path);
+    return;
+  }
+  if (registered && key.hasDefault) EXPECT_EQ(ClassesValue(path, L""), ScriptData(key.defaultValue)) << Narrow(path);
+  for (const ZORRegistrarValue& value : key.values) {
+    EXPECT_EQ(ClassesValue(path, Wide(value.name)), registered ? ScriptData(value) : L"<missing>") << Narrow(path);
+  }
+  for (const ZORRegistrarKey& subkey : key.subkeys) ExpectScriptKey(subkey, path + L"\\", registered);
+}
+
+class ModuleDllTest : public APOEndpoint {
+ protected:
+  void SetUp() override {
+    APOEndpoint::SetUp();
+    wchar_t buffer[MAX_PATH * 4], temp[MAX_PATH];
+    std::wstring from(buffer, ::GetModuleFileNameW(nullptr, buffer, MAX_PATH * 4));
+    from.resize(from.find_last_of(L"\\/") + 1);
+    ::GetTempPathW(MAX_PATH, temp);
+    m_directory = std::wstring(temp) + L"velapo-module-" + std::to_wstring(::GetCurrentProcessId());
+    ::CreateDirectoryW(m_directory.c_str(), nullptr);
+    m_dll = m_directory + L"\\velapo64.dll";
+    ASSERT_TRUE(::CopyFileW((from + L"" VELAPO_MODULE_DLL).c_str(), m_dll.c_str(), FALSE));
+    ASSERT_TRUE(::CopyFileW((from + L"" VELAPO_TECH_DLL).c_str(), (m_directory + L"\\veltech64.dll").c_str(), FALSE));
+  }
+  void TearDown() override {
+    ::DeleteFileW(m_dll.c_str());
+    ::DeleteFileW((m_directory + L"\\veltech64.dll").c_str());
+    ::RemoveDirectoryW(m_directory.c_str());
+    APOEndpoint::TearDown();
+  }
+  DWORD Regsvr32(bool unregister) {
+    std::wstring command = L"regsvr32.exe /s " + std::wstring(unregister ? L"/u \"" : L"\"") + m_dll + L"\"";
+    STARTUPINFOW startup{};
+    startup.cb = sizeof(startup);
+    PROCESS_INFORMATION process{};
+    if (!::CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process)) {
+      return 1;
+    }
+    ::WaitForSingleObject(process.hProcess, 60000);
+    DWORD code = 1;
+    ::GetExitCodeProcess(process.hProcess, &code);
+    ::CloseHandle(process.hThread);
+    ::CloseHandle(process.hProcess);
+    return code;
+  }
+  void ExpectScripts(bool registered) {
+    const ZORRegistrarReplacement replacements[] = {{u"MODULE", std::u16string(m_dll.begin(), m_dll.end())},
+                                                    {u"APPID", kZORAPOModuleAppId}};
+    std::vector<uint16_t> ids(CZOR_APOModule::kClassScripts.begin(), CZOR_APOModule::kClassScripts.end());
+    ids.push_back(CZOR_APOModule::kAppIdScript);
+    for (const uint16_t id : ids) {
+      std::string bytes;
+      ZORRegistrarScript script;
+      ASSERT_TRUE(ZORAPOModuleScriptText(id, bytes) && script.ParseUtf8(bytes, replacements)) << id;
+      for (const ZORRegistrarKey& key : script.Roots()[0].keys) ExpectScriptKey(key, L"", registered);
+    }
+  }
+  std::wstring m_directory, m_dll;
+};
+
+TEST_F(ModuleDllTest, Regsvr32WritesEveryKeyAndEveryClassRunsAsHostsMakeIt) {
+  ASSERT_EQ(Regsvr32(false), 0u);
+  ExpectScripts(true);
+  const std::wstring typeLibKey = L"TypeLib\\{8D6935E1-F1D5-4C56-8951-3E2415FDD2AF}";
+  EXPECT_EQ(ClassesValue(typeLibKey + L"\\1.0\\0\\win64", L""), m_dll);
+  EXPECT_FALSE(ClassesKeyExists(L"TypeLib\\{7FBEFE6C-4533-4E2C-9740-2A7BB520AC16}"));  // named by 113/114 only
+  ITypeLib* library = nullptr;
+  const GUID libraryId = {0x8D6935E1, 0xF1D5, 0x4C56, {0x89, 0x51, 0x3E, 0x24, 0x15, 0xFD, 0xD2, 0xAF}};
+  ASSERT_EQ(::LoadRegTypeLib(libraryId, 1, 0, 0, &library), S_OK);
+  EXPECT_EQ(library->GetTypeInfoCount(), 9u);  // seven interfaces, the manager's and its class
+
+  // A second registration over an engine key holding a value of an older version.
+  const std::wstring lfx = L"AudioEngine\\AudioProcessingObjects\\{031392C9-4725-4F53-9A62-E75D902BA553}";
+  const DWORD one = 1;
+  ASSERT_EQ(::RegSetKeyValueW(HKEY_CLASSES_ROOT, lfx.c_str(), L"Stale", REG_DWORD, &one, 4), ERROR_SUCCESS);
+  ASSERT_EQ(Regsvr32(false), 0u);
+  EXPECT_EQ(ClassesValue(lfx, L"Stale"), L"<missing>");
+
+  const std::u16string render = MakeEndpoint(VELAPO_FLOW_CONFIG).Guid();
+  HostEndpoint listed;  // in the device list the objects bind by, as drivers' endpoints are
+  std::string error;
+  ASSERT_TRUE(listed.Join("", zor::os::Utf16ToUtf8(render), error)) << error;
+  HMODULE dll = ::LoadLibraryW(m_dll.c_str());  // the DLL COM loaded
+  const auto getClassObject = reinterpret_cast<HRESULT(STDAPICALLTYPE*)(REFCLSID, REFIID, void**)>(
+      reinterpret_cast<void*>(::GetProcAddress(dll, "DllGetClassObject")));
+  const auto order = CZOR_APOModule::RegistrationOrder();
+  for (const APO_REG_PROPERTIES* record : order) {
+    ZORAPORegisteredClass key;
+    ASSERT_EQ(ZORAPORegistryKeys(u"Software\\Classes").Read(record->clsid, key), S_OK);
+    ITypeInfo* type = nullptr;
+    EXPECT_EQ(library->GetTypeInfoOfGuid(key.interfaces[0], &type), S_OK);
+    if (type != nullptr) type->Release();
+    IUnknown* object = nullptr;
+    const HRESULT created =
+        ::CoCreateInstance(key.clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown, reinterpret_cast<void**>(&object));
+    if (record == order[5] || record == order[6]) {  // OSFX, OMFX: their scripts register other ids
+      EXPECT_EQ(created, REGDB_E_CLASSNOTREG);
+      IClassFactory* factory = nullptr;
+      ASSERT_EQ(getClassObject(key.clsid, IID_IClassFactory, reinterpret_cast<void**>(&factory)), S_OK);
+      ASSERT_EQ(factory->CreateInstance(nullptr, IID_IUnknown, reinterpret_cast<void**>(&object)), S_OK);
+      factory->Release();
+    }
+    ASSERT_NE(object, nullptr) << std::hex << created;
+    RunFlow(object, key, render, record == order[1]);
+    object->Release();
+  }
+  library->Release();
+  const auto canUnloadNow = reinterpret_cast<HRESULT(STDAPICALLTYPE*)()>(
+      reinterpret_cast<void*>(::GetProcAddress(dll, "DllCanUnloadNow")));
+  EXPECT_EQ(canUnloadNow(), S_OK);
+  ::FreeLibrary(dll);
+  ASSERT_EQ(Regsvr32(true), 0u);
+  ExpectScripts(false);
+  EXPECT_FALSE(ClassesKeyExists(typeLibKey));
+  std::vector<ZORAPORegisteredClass> engineKeys;
+  ASSERT_EQ(ZORAPORegistryKeys(u"Software\\Classes").ReadAll(engineKeys), S_OK);
+  EXPECT_GE(engineKeys.size(), 7u);
+}
+
+}  // namespace

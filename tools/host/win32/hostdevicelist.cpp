@@ -1,0 +1,185 @@
+#include "hostdevicelist.h"
+
+#include <atomic>
+#include <string>
+#include <vector>
+
+namespace {
+
+// Reference counting shared by the little COM objects below.
+template <typename Interface>
+class Counted : public Interface {
+ public:
+  ULONG STDMETHODCALLTYPE AddRef() override { return ++m_refs; }
+  ULONG STDMETHODCALLTYPE Release() override {
+    const ULONG left = --m_refs;
+    if (left == 0) delete this;
+    return left;
+  }
+
+ protected:
+  virtual ~Counted() = default;
+  HRESULT Answer(REFIID riid, REFIID own, void** ppv) {
+    if (ppv == nullptr) return E_POINTER;
+    *ppv = IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, own) ? this : nullptr;
+    if (*ppv == nullptr) return E_NOINTERFACE;
+    AddRef();
+    return S_OK;
+  }
+
+ private:
+  std::atomic<ULONG> m_refs{1};
+};
+
+std::wstring IdOf(IMMDevice* device) {
+  LPWSTR id = nullptr;
+  std::wstring text;
+  if (device != nullptr && SUCCEEDED(device->GetId(&id)) && id != nullptr) text = id;
+  CoTaskMemFree(id);
+  return text;
+}
+
+class DeviceCollection final : public Counted<IMMDeviceCollection> {
+ public:
+  explicit DeviceCollection(std::vector<IMMDevice*> devices) : m_devices(std::move(devices)) {}
+  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
+    return Answer(riid, IID_IMMDeviceCollection, ppv);
+  }
+  HRESULT STDMETHODCALLTYPE GetCount(UINT* count) override {
+    if (count == nullptr) return E_POINTER;
+    *count = static_cast<UINT>(m_devices.size());
+    return S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE Item(UINT index, IMMDevice** device) override {
+    if (device == nullptr) return E_POINTER;
+    *device = nullptr;
+    if (index >= m_devices.size()) return E_INVALIDARG;
+    *device = m_devices[index];
+    (*device)->AddRef();
+    return S_OK;
+  }
+
+ private:
+  ~DeviceCollection() override {
+    for (IMMDevice* device : m_devices) device->Release();
+  }
+  std::vector<IMMDevice*> m_devices;  // counted
+};
+
+// The system's enumerator with the host's endpoint added.
+class DeviceEnumerator final : public Counted<IMMDeviceEnumerator> {
+ public:
+  DeviceEnumerator(IMMDeviceEnumerator* system, IMMDevice* hosted) : m_system(system), m_hosted(hosted) {
+    m_system->AddRef();
+    m_hosted->AddRef();
+  }
+  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
+    return Answer(riid, IID_IMMDeviceEnumerator, ppv);
+  }
+  HRESULT STDMETHODCALLTYPE EnumAudioEndpoints(EDataFlow flow, DWORD mask, IMMDeviceCollection** result) override {
+    if (result == nullptr) return E_POINTER;
+    *result = nullptr;
+    std::vector<IMMDevice*> devices;
+    IMMDeviceCollection* system = nullptr;
+    UINT count = 0;
+    if (SUCCEEDED(m_system->EnumAudioEndpoints(flow, mask, &system)) && system != nullptr &&
+        SUCCEEDED(system->GetCount(&count))) {
+      for (UINT i = 0; i < count; ++i) {
+        IMMDevice* device = nullptr;
+        if (SUCCEEDED(system->Item(i, &device)) && device != nullptr) devices.push_back(device);
+      }
+    }
+    if (system != nullptr) system->Release();
+    const std::wstring hostedId = IdOf(m_hosted);
+    bool present = false;
+    for (IMMDevice* device : devices) present = present || IdOf(device) == hostedId;
+    if (!present && (flow == eRender || flow == eAll) && (mask & DEVICE_STATE_ACTIVE) != 0) {
+      m_hosted->AddRef();
+      devices.push_back(m_hosted);
+    }
+    *result = new DeviceCollection(std::move(devices));
+    return S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE GetDefaultAudioEndpoint(EDataFlow flow, ERole role, IMMDevice** device) override {
+    return m_system->GetDefaultAudioEndpoint(flow, role, device);
+  }
+  HRESULT STDMETHODCALLTYPE GetDevice(LPCWSTR id, IMMDevice** device) override {
+    if (id != nullptr && device != nullptr && IdOf(m_hosted) == id) {
+      *device = m_hosted;
+      m_hosted->AddRef();
+      return S_OK;
+    }
+    return m_system->GetDevice(id, device);
+  }
+  HRESULT STDMETHODCALLTYPE RegisterEndpointNotificationCallback(IMMNotificationClient* client) override {
+    return m_system->RegisterEndpointNotificationCallback(client);
+  }
+  HRESULT STDMETHODCALLTYPE UnregisterEndpointNotificationCallback(IMMNotificationClient* client) override {
+    return m_system->UnregisterEndpointNotificationCallback(client);
+  }
+
+ private:
+  ~DeviceEnumerator() override {
+    m_hosted->Release();
+    m_system->Release();
+  }
+  IMMDeviceEnumerator* m_system;
+  IMMDevice* m_hosted;
+};
+
+// Stands in for the system's class object of CLSID_MMDeviceEnumerator.
+class EnumeratorFactory final : public Counted<IClassFactory> {
+ public:
+  EnumeratorFactory(IMMDeviceEnumerator* system, IMMDevice* hosted) : m_system(system), m_hosted(hosted) {
+    m_system->AddRef();
+    m_hosted->AddRef();
+  }
+  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
+    return Answer(riid, IID_IClassFactory, ppv);
+  }
+  HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID riid, void** ppv) override {
+    if (ppv == nullptr) return E_POINTER;
+    *ppv = nullptr;
+    if (outer != nullptr) return CLASS_E_NOAGGREGATION;
+    DeviceEnumerator* enumerator = new DeviceEnumerator(m_system, m_hosted);
+    const HRESULT hr = enumerator->QueryInterface(riid, ppv);
+    enumerator->Release();
+    return hr;
+  }
+  HRESULT STDMETHODCALLTYPE LockServer(BOOL) override { return S_OK; }
+
+ private:
+  ~EnumeratorFactory() override {
+    m_hosted->Release();
+    m_system->Release();
+  }
+  IMMDeviceEnumerator* m_system;
+  IMMDevice* m_hosted;
+};
+
+}  // namespace
+
+HostDeviceList::HostDeviceList(IMMDevice* device) {
+  // The system's own enumerator, made before ours takes its class id.
+  IMMDeviceEnumerator* system = nullptr;
+  if (device == nullptr || FAILED(CoCreateInstance(CLSID_MMDeviceEnumerator, nullptr, CLSCTX_ALL,
+                                                   IID_IMMDeviceEnumerator, reinterpret_cast<void**>(&system)))) {
+    return;
+  }
+  auto* factory = new EnumeratorFactory(system, device);
+  system->Release();
+  DWORD cookie = 0;
+  if (SUCCEEDED(CoRegisterClassObject(CLSID_MMDeviceEnumerator, factory, CLSCTX_INPROC_SERVER, REGCLS_MULTIPLEUSE,
+                                      &cookie))) {
+    m_cookie = cookie;
+    m_factory = factory;
+    m_listed = true;
+  } else {
+    factory->Release();
+  }
+}
+
+HostDeviceList::~HostDeviceList() {
+  if (m_listed) CoRevokeClassObject(m_cookie);
+  if (m_factory != nullptr) m_factory->Release();
+}
