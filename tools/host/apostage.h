@@ -25,8 +25,10 @@ class ApoStage final : public IHostStage {
   const char* Name() const override { return "apo"; }
   bool Start(HostEndpoint& endpoint, uint32_t location, HostFormat& format, std::string& error) override;
   uint32_t Process(const float* input, float* output, uint32_t frames, bool silent) override;
-  // The objects keep their chains to themselves: a switch cannot be seen.
+  // The objects keep their chains to themselves: switches are found in the
+  // output instead.
   bool TakeSwitch() override { return false; }
+  bool SeesSwitches() const override { return false; }
   int64_t Latency() const override;
   std::vector<std::string> Effects() const override;
   std::string ActiveChain() const override { return "inside the effect object"; }

@@ -20,6 +20,7 @@
 #include "hostscript.h"
 #include "hoststream.h"
 #include "managerstage.h"
+#include "outputswitchfinder.h"
 #include "platform/debugoutput.h"
 #include "programme.h"
 #include "scriptplayer.h"
@@ -236,7 +237,17 @@ int RunHost(const HostOptions& options, std::ostream& out, std::ostream& err) {
   inputs.effects = effects;
   inputs.actions = &player.Actions();
   inputs.events = &player.Events();
-  inputs.measures = &stream.Measures();
+  StreamMeasures measures = stream.Measures();
+  if (!stage->SeesSwitches()) {
+    std::vector<uint64_t> applied;
+    for (size_t i = 0; i < player.Events().size(); ++i) {
+      const ScriptEvent& event = player.Events()[i];
+      if (event.ok && player.Actions()[i].IsControl()) applied.push_back(event.appliedUs * input.rate / 1000000);
+    }
+    measures.switchFrames = OutputSwitchFinder::Find(input, stream.Output(), measuredLatency, applied);
+    inputs.switchesFromOutput = true;
+  }
+  inputs.measures = &measures;
   inputs.reportedLatency = reportedLatency;
   inputs.measuredLatencyFrames = measuredLatency;
   inputs.cpuSeconds = cpuSeconds;

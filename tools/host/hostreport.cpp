@@ -139,6 +139,7 @@ json HostReport::Build(const ReportInputs& in, const AudioClip& input, const Aud
       {"effects", in.effects},
       {"actions", ActionsOf(in, input, output)},
       {"switches_s", switches},
+      {"switches_from", in.switchesFromOutput ? "output" : "stage"},
       {"latency", {{"reported_units", in.reportedLatency}, {"reported_ms", reportedMs},
                    {"measured_frames", in.measuredLatencyFrames < 0 ? json() : json(in.measuredLatencyFrames)},
                    {"measured_ms", in.measuredLatencyFrames < 0
@@ -195,7 +196,8 @@ std::string HostReport::Markdown(const json& r) {
   }
   md << "\nSwitches of chains (s):";
   for (const json& s : r["switches_s"]) md << " " << Number(s, 3);
-  md << (r["switches_s"].empty() ? " none" : "") << "\n";
+  md << (r["switches_s"].empty() ? " none" : "")
+     << (r.value("switches_from", "") == "output" ? " (heard in the output: a level step after an action)" : "") << "\n";
 
   const json& lat = r["latency"];
   const json& cpu = r["cpu"];

@@ -33,6 +33,7 @@ struct ReportInputs {
   const std::vector<ScriptAction>* actions = nullptr;
   const std::vector<ScriptEvent>* events = nullptr;
   const StreamMeasures* measures = nullptr;
+  bool switchesFromOutput = false;  // found by OutputSwitchFinder, not told by the stage
   int64_t reportedLatency = 0;      // units of 10 ns
   int64_t measuredLatencyFrames = -1;  // -1: not measured
   double cpuSeconds = 0;            // process CPU time of the run

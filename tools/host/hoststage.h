@@ -31,6 +31,9 @@ class IHostStage {
   // True once for each switch of chains since the last call (false where a
   // stage cannot tell). Audio thread.
   virtual bool TakeSwitch() = 0;
+  // Whether TakeSwitch can tell at all; where not, velapo-host finds the
+  // switches in the output afterwards (OutputSwitchFinder).
+  virtual bool SeesSwitches() const { return true; }
   // The latency the stage reports, in the manager's units of 10 ns.
   virtual int64_t Latency() const = 0;
   // The active effects as the engine would list them ("n/a" where the stage

@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 #include "apotesting.h"
 #include "hostendpoint.h"
 #include "module/czor_apomodule.h"
@@ -31,7 +33,9 @@ std::wstring ClassesValue(const std::wstring& key, const std::wstring& name) {
                      &type, data, &size) != ERROR_SUCCESS) {
     return L"<missing>";
   }
-  if (type == REG_DWORD) return L"#" + std::to_wstring(*reinterpret_cast<DWORD*>(data));
+  DWORD number = 0;
+  std::memcpy(&number, data, sizeof(number));
+  if (type == REG_DWORD) return L"#" + std::to_wstring(number);
   return type == REG_SZ ? std::wstring(data) : L"<type>";
 }
 
@@ -55,7 +59,9 @@ void ExpectScriptKey(const ZORRegistrarKey& key, const std::wstring& parent, boo
     EXPECT_FALSE(ClassesKeyExists(path)) << Narrow(path);
     return;
   }
-  if (registered && key.hasDefault) EXPECT_EQ(ClassesValue(path, L""), ScriptData(key.defaultValue)) << Narrow(path);
+  if (registered && key.hasDefault) {
+    EXPECT_EQ(ClassesValue(path, L""), ScriptData(key.defaultValue)) << Narrow(path);
+  }
   for (const ZORRegistrarValue& value : key.values) {
     EXPECT_EQ(ClassesValue(path, Wide(value.name)), registered ? ScriptData(value) : L"<missing>") << Narrow(path);
   }

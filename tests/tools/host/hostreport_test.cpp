@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "outputswitchfinder.h"
 #include "programme.h"
 
 namespace {
@@ -107,3 +108,28 @@ TEST(HostReport, DerivesFiguresFromTheMeasures) {
 }
 
 }  // namespace
+
+// Switches heard in the output: a level step that holds is found where the
+// fade passes the threshold, after the action and with the latency allowed
+// for; no step, a step that does not hold, or silent input show none.
+TEST(OutputSwitchFinder, FindsHeldLevelStepsAfterActionsOnly) {
+  AudioClip input{48000, 1, std::vector<float>(48000 * 3)};
+  for (size_t i = 0; i < input.samples.size(); ++i) input.samples[i] = 0.25f * float(std::sin(0.05 * double(i)));
+  const int64_t latency = 240;
+  auto through = [&](auto gainAt) {
+    AudioClip output = input;
+    for (size_t i = 0; i < output.samples.size(); ++i) {
+      output.samples[i] = i < size_t(latency) ? 0.0f : input.samples[i - latency] * float(gainAt(i));
+    }
+    return output;
+  };
+  const AudioClip halved = through([](size_t i) { return i < 60000 ? 1.0 : 0.5; });
+  const std::vector<uint64_t> found = OutputSwitchFinder::Find(input, halved, latency, {48000, 96000});
+  ASSERT_EQ(found.size(), 1u);
+  EXPECT_NEAR(double(found[0]), 60000.0, 480.0);
+  EXPECT_TRUE(OutputSwitchFinder::Find(input, through([](size_t) { return 1.0; }), latency, {48000}).empty());
+  EXPECT_TRUE(OutputSwitchFinder::Find(input, through([](size_t i) { return i / 480 == 110 ? 0.5 : 1.0; }), latency,
+                                       {48000}).empty());
+  const AudioClip silence{48000, 1, std::vector<float>(48000 * 3)};
+  EXPECT_TRUE(OutputSwitchFinder::Find(silence, silence, 0, {48000}).empty());
+}
