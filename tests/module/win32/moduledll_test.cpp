@@ -104,8 +104,8 @@ class ModuleDllTest : public APOEndpoint {
     return code;
   }
   void ExpectScripts(bool registered) {
-    const ZORRegistrarReplacement replacements[] = {{u"MODULE", std::u16string(m_dll.begin(), m_dll.end())},
-                                                    {u"APPID", kZORAPOModuleAppId}};
+    const std::u16string dll(m_dll.begin(), m_dll.end());
+    const ZORRegistrarReplacement replacements[] = {{u"MODULE", dll}, {u"APPID", kZORAPOModuleAppId}};
     std::vector<uint16_t> ids(CZOR_APOModule::kClassScripts.begin(), CZOR_APOModule::kClassScripts.end());
     ids.push_back(CZOR_APOModule::kAppIdScript);
     for (const uint16_t id : ids) {
