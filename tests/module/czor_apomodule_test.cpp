@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "apo/zoraporegproperties.h"
 #include "module/zoraporegistrykeys.h"
 #include "module/zorapomodulescripts.h"
 #include "moduletesting.h"
@@ -49,6 +50,13 @@ class CZOR_APOModuleTest : public ::testing::Test {
 };
 
 TEST_F(CZOR_APOModuleTest, ServesExactlyTheSevenClassesAndItsFactoriesMakeTheirOwn) {
+  // Registration's order, which the engine keys are written in: LFX, capture, SFX, MFX, EFX, OSFX, OMFX.
+  const auto order = CZOR_APOModule::RegistrationOrder();
+  const uint32_t locations[] = {kZORLocationPreBlue, 0, kZORLocationSFX, kZORLocationMFX, kZORLocationEFX,
+                                kZORLocationOSFX, kZORLocationOMFX};
+  for (size_t i = 0; i < order.size(); ++i) {
+    EXPECT_EQ(order[i], i == 1 ? ZORAPOCaptureClass().regProperties : ZORAPOClasses()[locations[i]].regProperties) << i;
+  }
   // The property page and the ids resources 113 and 114 carry are not served.
   const CLSID others[] = {{0x7F578410, 0x1C20, 0x4677, {0xB1, 0x8F, 0x44, 0x74, 0x00, 0x08, 0x65, 0xD4}},
                           {0x42E82F48, 0x20E9, 0x4B35, {0x96, 0x2A, 0x44, 0x39, 0x05, 0x96, 0x70, 0xD4}},

@@ -43,6 +43,9 @@ TEST(ZORAPORegistryKeysTest, WritesFreshKeysAndReadsBadValuesAsAnHresult) {
   EXPECT_TRUE(event.Wait(0));
   ZORAPORegistryKeys::RemoveListener(&event);
   EXPECT_EQ(root.Text(path + zor::com::GuidText(records[2]->clsid), u"FromAnOlderVersion"), u"<missing>");
+  // Texts as REG_SZ, the interface id in braces (Text answers "<type>" for another type).
+  EXPECT_EQ(root.Text(path + zor::com::GuidText(records[0]->clsid), u"APOInterface0"),
+            u"{509B8007-7DCD-4FA4-A2DC-E5622FA24415}");
   std::vector<ZORAPORegisteredClass> all;
   ASSERT_EQ(keys.ReadAll(all), S_OK);
   EXPECT_EQ(all.size(), records.size());
