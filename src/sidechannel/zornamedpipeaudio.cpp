@@ -88,6 +88,7 @@ bool ZORNamedPipeAudio::StopThread() {
     if (killed) m_hPipe.Close();
     ZOR_LOG("ZORNamedPipeAudio::StopThread : Thread manually terminated.\n");
     if (!killed) m_hThread.Join(zor::os::kInfinite);
+    m_bListening.store(false, std::memory_order_release);
   }
   m_hKill.Reset();
   return inTime;
@@ -186,6 +187,7 @@ void ZORNamedPipeAudio::ServerRoutine() {
     ZOR_LOG("ZORNamedPipeAudio::ServerRoutine : CreateNamedPipe failed (%u).\n", m_hPipe.LastError());
     return;
   }
+  m_bListening.store(true, std::memory_order_release);
 
   zor::os::Event* const waitSet[] = {&m_hKill, &m_hOverlapped, &m_hDataTaken};
   // A longer message reads as its own length, and is dropped whole.
@@ -261,6 +263,7 @@ void ZORNamedPipeAudio::ServerRoutine() {
     }
   }
 
+  m_bListening.store(false, std::memory_order_release);
   m_hPipe.Close();
   ZOR_LOG("ZORNamedPipeAudio::ServerRoutine exiting 0x%p\n", static_cast<void*>(this));
 }

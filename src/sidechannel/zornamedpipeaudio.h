@@ -75,6 +75,8 @@ class ZORNamedPipeAudio {
   // ended in time or there was none.
   bool StopThread();
   bool IsThreadRunning() const;
+  // A reader whose pipe instance exists and waits for writers. Any thread.
+  bool IsListening() const { return m_bListening.load(std::memory_order_acquire); }
 
   uint32_t GetSampleRate() const { return m_sampleRate.load(std::memory_order_acquire); }
 
@@ -135,6 +137,7 @@ class ZORNamedPipeAudio {
   zor::os::Event m_hDataReady{zor::os::EventReset::Auto, false};
   zor::os::Event m_hDataTaken{zor::os::EventReset::Auto, false};
 
+  std::atomic<bool> m_bListening{false};
   std::atomic<uint64_t> m_droppedPackets{0};
   std::atomic<uint64_t> m_storedPackets{0};
   std::atomic<uint32_t> m_connectedReaders{0};

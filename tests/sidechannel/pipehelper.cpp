@@ -1,0 +1,82 @@
+// The other processes of the pipe tests. Every packet k of a test stream
+// carries the samples k * 480 + i, so a reader can tell a lost, repeated or
+// torn packet from the samples alone.
+//   read <root> <ready file> <packets>  a reader; touches the ready file once
+//       listening, then needs <packets> whole packets in sequence from
+//       wherever its stream starts
+//   garbage <root> <packets> <seed>     a raw writer: random-length garbage
+//       before each good packet 0..<packets>-1
+// Exit code: 0 success, 1 a packet out of sequence, 2 bad arguments,
+// 3 timed out, 4 no pipe instance to be had.
+#include <chrono>
+#include <fstream>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "registrytestarea.h"
+#include "sidechannel/pipetesting.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+int Read(const std::string& readyFile, uint32_t packets) {
+  ZORNamedPipeAudio pipe;
+  pipe.Init(kTestPipeName, 0, kZORPipeRoleReader);
+  if (!pipe.StartThread()) return 3;
+  const auto deadline = Clock::now() + std::chrono::seconds(20);
+  while (!pipe.IsListening()) {
+    if (!pipe.IsThreadRunning()) return 4;  // the instance was refused
+    if (Clock::now() > deadline) return 3;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  std::ofstream(readyFile) << "listening\n";
+  TestStreamChecker checker;
+  while (checker.Samples() < uint64_t{packets} * kZORPipePacketSamples) {
+    if (!checker.Take(pipe)) return 1;
+    if (Clock::now() > deadline) return 3;
+  }
+  return 0;
+}
+
+int Garbage(uint32_t packets, uint32_t seed) {
+  zor::os::PipeClient client;
+  const auto deadline = Clock::now() + std::chrono::seconds(20);
+  while (!client.Open(kTestPipeName, 0)) {
+    if (Clock::now() > deadline) return 3;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  std::mt19937 random(seed);
+  std::uniform_int_distribution<uint32_t> length(1, 2 * kZORPipePacketBytes);
+  std::vector<uint8_t> garbage;
+  for (uint32_t k = 0; k < packets; ++k) {
+    garbage.resize(length(random));
+    for (uint8_t& byte : garbage) byte = static_cast<uint8_t>(random());
+    if (client.Write(garbage.data(), static_cast<uint32_t>(garbage.size()), 1000) != garbage.size()) {
+      return 3;
+    }
+    const std::vector<uint8_t> good = TestPacketBytes(k);
+    if (client.Write(good.data(), kZORPipePacketBytes, 1000) != kZORPipePacketBytes) return 3;
+    // Leave the reader time to keep its ring from overflowing.
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const std::vector<std::string> args(argv + 1, argv + argc);
+  if (args.size() < 2) return 2;
+  velapo::test::UseRegistryRoot(args[1]);
+  if (args[0] == "read" && args.size() == 4) {
+    return Read(args[2], static_cast<uint32_t>(std::stoul(args[3])));
+  }
+  if (args[0] == "garbage" && args.size() == 4) {
+    return Garbage(static_cast<uint32_t>(std::stoul(args[2])),
+                   static_cast<uint32_t>(std::stoul(args[3])));
+  }
+  return 2;
+}
