@@ -9,6 +9,7 @@
 // Exit code: 0 success, 1 a packet out of sequence, 2 bad arguments,
 // 3 timed out, 4 no pipe instance to be had.
 #include <chrono>
+#include <cstdio>
 #include <fstream>
 #include <random>
 #include <string>
@@ -35,7 +36,12 @@ int Read(const std::string& readyFile, uint32_t packets) {
   std::ofstream(readyFile) << "listening\n";
   TestStreamChecker checker;
   while (checker.Samples() < uint64_t{packets} * kZORPipePacketSamples) {
-    if (!checker.Take(pipe)) return 1;
+    if (!checker.Take(pipe)) {
+      std::fprintf(stderr, "pipe helper: out of sequence after sample %llu; %llu packets stored\n",
+                   static_cast<unsigned long long>(checker.Next()),
+                   static_cast<unsigned long long>(pipe.GetStoredPackets()));
+      return 1;
+    }
     if (Clock::now() > deadline) return 3;
   }
   return 0;

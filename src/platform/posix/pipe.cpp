@@ -129,6 +129,14 @@ struct PipeServer::State {
     return PipeIo::Failed;
   }
 
+  // Not finished after all: the completion event waits for the socket again,
+  // or the thread would spin on a signal that has nothing behind it.
+  PipeIo StillPending(Pending what) {
+    pending = what;
+    completion->Reset();
+    return PipeIo::Pending;
+  }
+
   PipeIo Finish() {
     pending = Pending::None;
     completion->Set();  // as a finished overlapped operation signals its event
@@ -140,15 +148,13 @@ struct PipeServer::State {
     const int fd = ::accept4(listenFd.load(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
     if (fd < 0) {
       if (errno == EAGAIN || errno == EWOULDBLOCK || errno == ECONNABORTED || errno == EINTR) {
-        pending = Pending::Accept;
-        return PipeIo::Pending;
+        return StillPending(Pending::Accept);
       }
       return Fail(errno);
     }
     if (!PeerIsTrusted(fd)) {
       ::close(fd);  // another account: as if nobody had come
-      pending = Pending::Accept;
-      return PipeIo::Pending;
+      return StillPending(Pending::Accept);
     }
     connectionFd.store(fd);
     return Finish();
@@ -162,8 +168,7 @@ struct PipeServer::State {
     const ssize_t received = ::recv(fd, buffer, size, MSG_DONTWAIT | MSG_TRUNC);
     if (received < 0) {
       if (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR) {
-        pending = Pending::Receive;
-        return PipeIo::Pending;
+        return StillPending(Pending::Receive);
       }
       return Fail(errno);
     }
