@@ -10,6 +10,7 @@
 // 3 timed out, 4 no pipe instance to be had.
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <random>
 #include <string>
@@ -33,7 +34,10 @@ int Read(const std::string& readyFile, uint32_t packets) {
     if (Clock::now() > deadline) return 3;
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
-  std::ofstream(readyFile) << "listening\n";
+  // Written aside and renamed, so the file is closed once the test sees it.
+  std::ofstream(readyFile + ".part") << "listening\n";
+  std::error_code ignored;
+  std::filesystem::rename(readyFile + ".part", readyFile, ignored);
   TestStreamChecker checker;
   while (checker.Samples() < uint64_t{packets} * kZORPipePacketSamples) {
     if (!checker.Take(pipe)) {
