@@ -6,6 +6,10 @@
 //       wherever its stream starts
 //   garbage <root> <packets> <seed>     a raw writer: random-length garbage
 //       before each good packet 0..<packets>-1
+//   foreign-read <root> <ready file>    (POSIX, run as root) a reader as
+//       the account nobody: 0 when nothing arrives within 1.5 s
+//   foreign-write <root> <packets>      (POSIX, run as root) a writer as
+//       nobody, sending <packets> good packets
 // Exit code: 0 success, 1 a packet out of sequence, 2 bad arguments,
 // 3 timed out, 4 no pipe instance to be had.
 #include <chrono>
@@ -16,6 +20,10 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#if !defined(_WIN32)
+#include <unistd.h>
+#endif
 
 #include "registrytestarea.h"
 #include "sidechannel/pipetesting.h"
@@ -50,6 +58,36 @@ int Read(const std::string& readyFile, uint32_t packets) {
   }
   return 0;
 }
+
+#if !defined(_WIN32)
+bool BecomeNobody() { return ::geteuid() == 0 && ::setgid(65534) == 0 && ::setuid(65534) == 0; }
+
+int ForeignRead(const std::string& readyFile) {
+  if (!BecomeNobody()) return 5;
+  ZORNamedPipeAudio pipe;
+  pipe.Init(kTestPipeName, 0, kZORPipeRoleReader);
+  if (!pipe.StartThread()) return 3;
+  while (!pipe.IsListening()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  std::ofstream(readyFile + ".part") << "listening\n";
+  std::error_code ignored;
+  std::filesystem::rename(readyFile + ".part", readyFile, ignored);
+  std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+  return pipe.GetStoredPackets() == 0 ? 0 : 1;
+}
+
+int ForeignWrite(uint32_t packets) {
+  if (!BecomeNobody()) return 5;
+  zor::os::PipeClient client;
+  for (uint32_t k = 0; k < packets; ++k) {
+    if (client.IsOpen() || client.Open(kTestPipeName, 0)) {
+      const std::vector<uint8_t> good = TestPacketBytes(k);
+      if (client.Write(good.data(), kZORPipePacketBytes, 100) != kZORPipePacketBytes) client.Close();
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return 0;
+}
+#endif
 
 int Garbage(uint32_t packets, uint32_t seed) {
   zor::os::PipeClient client;
@@ -88,5 +126,11 @@ int main(int argc, char** argv) {
     return Garbage(static_cast<uint32_t>(std::stoul(args[2])),
                    static_cast<uint32_t>(std::stoul(args[3])));
   }
+#if !defined(_WIN32)
+  if (args[0] == "foreign-read" && args.size() == 3) return ForeignRead(args[2]);
+  if (args[0] == "foreign-write" && args.size() == 3) {
+    return ForeignWrite(static_cast<uint32_t>(std::stoul(args[2])));
+  }
+#endif
   return 2;
 }

@@ -11,6 +11,10 @@
 #include <thread>
 #include <vector>
 
+#if !defined(_WIN32)
+#include <unistd.h>
+#endif
+
 #include "childprocess.h"
 #include "registrytestarea.h"
 #include "sidechannel/pipetesting.h"
@@ -148,15 +152,14 @@ class PacedWriter {
  public:
   // Real time, 30 ms a packet: the rings (eight packets) give a busy
   // machine a quarter of a second of slack.
-  explicit PacedWriter(uint32_t packets, uint32_t intervalMs = 30) {
+  explicit PacedWriter(uint32_t packets) {
     m_pipe.Init(kTestPipeName, kTestRate, kZORPipeRoleWriter);
     m_pipe.StartThread();
-    m_thread = std::thread([this, packets, intervalMs] {
+    m_thread = std::thread([this, packets] {
       for (uint32_t k = 0; k < packets && !m_stop; ++k) {
         const ZORPipePacket packet = TestPacket(k);
         m_pipe.WriteSamples(packet.samples, kZORPipePacketSamples);
-        m_sent = k + 1;
-        std::this_thread::sleep_for(std::chrono::milliseconds(intervalMs));
+        std::this_thread::sleep_for(std::chrono::milliseconds(30));
       }
     });
   }
@@ -165,13 +168,11 @@ class PacedWriter {
     m_thread.join();
     m_pipe.StopThread();
   }
-  uint32_t Sent() const { return m_sent; }
   ZORNamedPipeAudio& Pipe() { return m_pipe; }
 
  private:
   ZORNamedPipeAudio m_pipe;
   std::atomic<bool> m_stop{false};
-  std::atomic<uint32_t> m_sent{0};
   std::thread m_thread;
 };
 
@@ -252,5 +253,32 @@ TEST_F(PipeProcessTest, GarbageOfAnyLengthBetweenPacketsLeavesEveryPacketWhole) 
   EXPECT_EQ(reader.GetDroppedPackets(), kPackets);
   EXPECT_EQ(reader.GetSampleRate(), kTestRate);
 }
+
+#if !defined(_WIN32)
+// Like a Windows pipe's default security: the same account or root only.
+TEST_F(PipeProcessTest, AnotherAccountNeitherWritesNorListens) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root to run a helper as another account";
+  ZORNamedPipeAudio reader;
+  reader.Init(kTestPipeName, 0, kZORPipeRoleReader);
+  ASSERT_TRUE(reader.StartThread());
+  ASSERT_TRUE(WaitFor([&] { return reader.IsListening(); }));
+  ChildProcess foreignWriter;
+  ASSERT_TRUE(foreignWriter.Start(velapo::test::HelperBesideTest(VELAPO_PIPE_HELPER),
+                                  {"foreign-write", m_area.Root(), "50"}));
+  EXPECT_EQ(foreignWriter.Wait(velapo::test::kMustNotTimeOutMs), 0);
+  EXPECT_EQ(reader.GetStoredPackets(), 0u);
+  reader.StopThread();
+
+  const std::filesystem::path ready = ReadyFile(0);
+  ChildProcess foreignReader;
+  ASSERT_TRUE(foreignReader.Start(velapo::test::HelperBesideTest(VELAPO_PIPE_HELPER),
+                                  {"foreign-read", m_area.Root(), ready.string()}));
+  ASSERT_TRUE(WaitFor([&] { return std::filesystem::exists(ready); }));
+  std::filesystem::remove(ready);
+  PacedWriter writer(1000);
+  EXPECT_EQ(foreignReader.Wait(velapo::test::kMustNotTimeOutMs), 0);
+  EXPECT_EQ(writer.Pipe().GetConnectedReaders(), 0u);
+}
+#endif
 
 }  // namespace
