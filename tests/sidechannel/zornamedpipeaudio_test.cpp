@@ -233,7 +233,7 @@ TEST_F(PipeProcessTest, AReaderKilledAndRestartedGetsPacketsAgain) {
 }
 
 TEST_F(PipeProcessTest, GarbageOfAnyLengthBetweenPacketsLeavesEveryPacketWhole) {
-  constexpr uint32_t kPackets = 300;
+  constexpr uint32_t kPackets = 200;
   ZORNamedPipeAudio reader;
   reader.Init(kTestPipeName, 0, kZORPipeRoleReader);
   ASSERT_TRUE(reader.StartThread());
