@@ -1,0 +1,216 @@
+#include "sidechannel/zornamedpipemarshall.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cmath>
+#include <thread>
+#include <vector>
+
+#include "allocationcounter.h"
+#include "audio/zoraudiodatafloat.h"
+#include "platform/criticalsection.h"
+#include "registrytestarea.h"
+#include "sidechannel/pipetesting.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+struct FifoCase {
+  const char* name;
+  uint32_t capacity;
+  std::vector<float> pushed;  // pushed at the back, one call
+  uint32_t frontZeros;
+  std::vector<float> expected;  // the whole FIFO, front first
+  uint32_t dropped;
+};
+
+class PipeFifoTest : public testing::TestWithParam<FifoCase> {};
+
+TEST_P(PipeFifoTest, KeepsTheNewestAndPadsTheFront) {
+  const FifoCase& c = GetParam();
+  ZORPipeFifo fifo;
+  fifo.Allocate(c.capacity);
+  const float seed[] = {-1.0f, -2.0f};  // wraps the positions before the case
+  fifo.PushBack(seed, std::min<uint32_t>(2, c.capacity));
+  float sink[2];
+  fifo.PopFront(sink, 2);
+  EXPECT_EQ(fifo.PushBack(c.pushed.data(), static_cast<uint32_t>(c.pushed.size())), c.dropped);
+  fifo.PushFrontZeros(c.frontZeros);
+  std::vector<float> all(fifo.Size() + 3, 99.0f);
+  ASSERT_EQ(fifo.PopFront(all.data(), static_cast<uint32_t>(all.size())), c.expected.size());
+  all.resize(c.expected.size());
+  EXPECT_EQ(all, c.expected);
+  EXPECT_EQ(fifo.Size(), 0u);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, PipeFifoTest,
+    testing::Values(FifoCase{"Fits", 4, {1, 2, 3}, 0, {1, 2, 3}, 0},
+                    FifoCase{"ZerosGoFirst", 6, {1, 2}, 3, {0, 0, 0, 1, 2}, 0},
+                    FifoCase{"ZerosOnlyAsFarAsThereIsRoom", 4, {1, 2, 3}, 3, {0, 1, 2, 3}, 0},
+                    FifoCase{"OverflowDropsTheOldest", 3, {1, 2, 3, 4, 5}, 0, {3, 4, 5}, 2},
+                    FifoCase{"NoCapacityTakesNothing", 0, {1, 2}, 2, {}, 2}),
+    [](const testing::TestParamInfo<FifoCase>& param) { return param.param.name; });
+
+ZORAudioDataFloat Block(uint32_t frames, uint32_t channels, uint32_t rate, float value) {
+  ZORAudioDataFloat block;
+  block.Allocate(frames, channels, rate);
+  float* samples = block.GetData(true, true);
+  for (uint32_t i = 0; i < frames * channels; ++i) samples[i] = value * static_cast<float>(i % channels + 1);
+  block.ReleaseData();
+  return block;
+}
+
+class MarshallTest : public testing::Test {
+ protected:
+  // A running render marshall whose pipe has no writer: the test feeds its
+  // ring directly.
+  void OpenReader() {
+    m_marshall.OpenPipe(0, true);
+    m_marshall.StartPipe();
+    ASSERT_TRUE(m_marshall.IsRunning());
+  }
+  void Feed(uint32_t packets, float value, uint32_t rate = kTestRate, uint32_t count = 480) {
+    ZORPipePacket packet;
+    packet.count = count;
+    packet.sampleRate = rate;
+    std::fill(std::begin(packet.samples), std::end(packet.samples), value);
+    for (uint32_t i = 0; i < packets; ++i) ASSERT_TRUE(m_marshall.GetPipe().WritePacket(packet));
+  }
+
+  velapo::test::RegistryTestArea m_area;
+  ZORNamedPipeMarshall m_marshall;
+};
+
+TEST_F(MarshallTest, NothingIsReadBeforeTheFirstPacketOrWhileStopped) {
+  ZORAudioDataFloat block = Block(480, 1, 48000, 0.25f);
+  EXPECT_EQ(m_marshall.ReadPipe(block), 0u);  // not running
+  OpenReader();
+  EXPECT_EQ(m_marshall.ReadPipe(block), 0u);
+  EXPECT_EQ(block.GetData(false, false)[479], 0.25f);
+  EXPECT_EQ(m_marshall.GetFifoSize(), ZORNamedPipeMarshall::kFifoLeadZeros);
+}
+
+TEST_F(MarshallTest, AtThePipesRateTheRingIsReadStraightAndMarkedAsSideChannel) {
+  OpenReader();
+  Feed(1, 0.5f, 48000, 100);
+  ZORAudioDataFloat block = Block(480, 1, 48000, 0.25f);
+  EXPECT_EQ(m_marshall.ReadPipe(block), 100u);
+  const float* samples = block.GetData(false, false);
+  EXPECT_EQ(samples[99], 0.5f);
+  EXPECT_EQ(samples[100], 0.25f);  // frames not delivered stay as they were
+  EXPECT_EQ(block.GetChannelRole(0), kZORPipeChannelRole);
+}
+
+TEST_F(MarshallTest, ARenderBlockAsksThePipeForItsShareAndFiveMore) {
+  OpenReader();
+  Feed(8, 0.5f);
+  ZORAudioDataFloat block = Block(480, 1, 48000, 0.0f);
+  m_marshall.ReadPipe(block);
+  std::vector<float> rest(kZORPipeRingSamples);
+  EXPECT_EQ(m_marshall.GetPipe().ReadSamples(rest.data(), kZORPipeRingSamples), 3840u - 165u);
+  EXPECT_NE(block.GetChannelRole(0), kZORPipeChannelRole);
+}
+
+TEST_F(MarshallTest, AnUnderrunPutsSilenceFirstAndIsCounted) {
+  OpenReader();
+  Feed(1, 1.0f, kTestRate, 100);  // about 300 frames at 48 kHz
+  ZORAudioDataFloat block = Block(480, 1, 48000, 0.25f);
+  const uint32_t atHand = m_marshall.ReadPipe(block);
+  EXPECT_LT(atHand, 480u);
+  EXPECT_GT(atHand, 250u);
+  EXPECT_EQ(m_marshall.GetUnderruns(), 1u);
+  const float* samples = block.GetData(false, false);
+  for (uint32_t i = 0; i < 480 - atHand; ++i) ASSERT_EQ(samples[i], 0.0f) << i;
+  EXPECT_GT(std::fabs(samples[479]), 0.5f);
+}
+
+TEST_F(MarshallTest, SteadyStateTakesOneLockAndAllocatesNothing) {
+  OpenReader();
+  ZORAudioDataFloat block = Block(480, 1, 48000, 0.0f);
+  for (int warm = 0; warm < 4; ++warm) {
+    Feed(1, 0.5f, kTestRate, 160);
+    m_marshall.ReadPipe(block);
+  }
+  for (int round = 0; round < 50; ++round) {
+    Feed(1, 0.5f, kTestRate, 160);
+    const velapo::test::AllocationCounter allocations;
+    const uint64_t locks = zor::os::CriticalSection::EntriesOnThisThread();
+    m_marshall.ReadPipe(block);
+    ASSERT_EQ(zor::os::CriticalSection::EntriesOnThisThread() - locks, 1u);
+    ASSERT_EQ(allocations.Count(), 0u);
+  }
+  EXPECT_EQ(m_marshall.GetUnderruns(), 0u);
+}
+
+TEST_F(MarshallTest, AFifoThatKeepsGettingMoreThanItGivesStaysCapped) {
+  OpenReader();
+  ZORAudioDataFloat block = Block(480, 1, 48000, 0.0f);
+  for (int round = 0; round < 3000; ++round) {
+    Feed(1, 0.5f);  // 480 in for every 165 asked: the ring stays full
+    m_marshall.ReadPipe(block);
+  }
+  EXPECT_LE(m_marshall.GetFifoSize(), ZORNamedPipeMarshall::kFifoCapacity);
+  EXPECT_GT(m_marshall.GetFifoDrops(), 0u);
+}
+
+// A capture marshall writes to a reader in this process over the pipe.
+struct WriteCase {
+  const char* name;
+  uint32_t channels;
+  uint32_t rate;
+  float expectedLevel;  // of the steady part on the wire
+  uint32_t expectedPerBlock;
+};
+
+class MarshallWriteTest : public testing::TestWithParam<WriteCase> {
+ protected:
+  velapo::test::RegistryTestArea m_area;
+};
+
+TEST_P(MarshallWriteTest, FoldsConvertsAndSendsAtTheWireRate) {
+  const WriteCase& c = GetParam();
+  ZORNamedPipeAudio reader;
+  reader.Init(kTestPipeName, 0, kZORPipeRoleReader);
+  ASSERT_TRUE(reader.StartThread());
+  while (!reader.IsListening()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  ZORNamedPipeMarshall writer;
+  writer.SetPipeName(kTestPipeName);
+  writer.OpenPipe(kZORCapturePipeRate, false);
+  writer.StartPipe();
+
+  constexpr uint32_t kBlocks = 20;
+  const uint32_t frames = c.rate / 100;
+  std::vector<float> received;
+  for (uint32_t b = 0; b < kBlocks; ++b) {
+    ZORAudioDataFloat block = Block(frames, c.channels, c.rate, 0.25f);
+    writer.WritePipe(block);
+    if (c.channels == 2) {
+      // Folded in place: left carries the mono, right is cleared.
+      EXPECT_FLOAT_EQ(block.GetData(false, true)[0], (0.25f + 0.5f) * 0.707f);
+      EXPECT_EQ(block.GetData(false, true)[1], 0.0f);
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  const auto deadline = Clock::now() + std::chrono::seconds(10);
+  while (received.size() < kBlocks * c.expectedPerBlock - 10 && Clock::now() < deadline) {
+    float samples[480];
+    const uint32_t read = reader.ReadSamples(samples, 480);
+    received.insert(received.end(), samples, samples + read);
+    if (read == 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  EXPECT_EQ(reader.GetSampleRate(), kZORCapturePipeRate);
+  EXPECT_NEAR(static_cast<double>(received.size()), kBlocks * c.expectedPerBlock, 10.0);
+  ASSERT_GT(received.size(), 100u);
+  EXPECT_NEAR(received[received.size() / 2], c.expectedLevel, 0.01);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Blocks, MarshallWriteTest,
+    testing::Values(WriteCase{"MonoAtTheWireRateGoesUnconverted", 1, 16000, 0.25f, 160},
+                    WriteCase{"StereoIsFoldedAndConverted", 2, 48000, 0.75f * 0.707f, 160}),
+    [](const testing::TestParamInfo<WriteCase>& param) { return param.param.name; });
+
+}  // namespace
