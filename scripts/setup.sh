@@ -9,6 +9,7 @@ packages=(
   clang libclang-rt-dev                                  # libFuzzer targets
   libgtest-dev libgmock-dev googletest libbenchmark-dev  # tests and benchmarks
   libtinyxml2-dev libspeexdsp-dev                        # configuration and resampling
+  libasound2-dev                                         # capture endpoints on Linux (ALSA)
   libcli11-dev nlohmann-json3-dev                        # the tools: command lines and JSON
   g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix  # the Windows build
   mingw-w64-tools                                        # widl: the module's type library

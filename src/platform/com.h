@@ -46,6 +46,31 @@ class IPolicyConfigVista : public IUnknown {
   ~IPolicyConfigVista() = default;
 };
 
+// The endpoint's peak meter, which the system's headers here lack; layout and
+// id as published for it.
+inline constexpr IID IID_IAudioMeterInformation = {
+    0xC02216F6, 0x8C67, 0x4B5B, {0x9D, 0x00, 0xD0, 0x08, 0xE7, 0x3E, 0x00, 0x64}};
+
+class IAudioMeterInformation : public IUnknown {
+ public:
+  virtual HRESULT STDMETHODCALLTYPE GetPeakValue(float* pfPeak) = 0;
+  virtual HRESULT STDMETHODCALLTYPE GetMeteringChannelCount(UINT* pnChannelCount) = 0;
+  virtual HRESULT STDMETHODCALLTYPE GetChannelsPeakValues(UINT32 u32ChannelCount, float* afPeakValues) = 0;
+  virtual HRESULT STDMETHODCALLTYPE QueryHardwareSupport(DWORD* pdwHardwareSupportMask) = 0;
+
+ protected:
+  ~IAudioMeterInformation() = default;
+};
+
+// The endpoint's form factor (a VT_UI4: 4 microphone, 5 headset, 6 handset,
+// ...), absent from the system's headers here.
+inline constexpr PROPERTYKEY kPKEY_AudioEndpoint_FormFactor = {
+    {0x1da5d803, 0xd492, 0x4edd, {0x8c, 0x23, 0xe0, 0xc0, 0xff, 0xee, 0x7f, 0x0e}}, 0};
+
+// The float sample sub-format of an extensible wave format.
+inline constexpr GUID kKSDATAFORMAT_SUBTYPE_IEEE_FLOAT = {
+    0x00000003, 0x0000, 0x0010, {0x80, 0x00, 0x00, 0xaa, 0x00, 0x38, 0x9b, 0x71}};
+
 // A counted reference to a COM object: AddRef on copy, Release on reset.
 template <typename T>
 class ZORComPtr {

@@ -9,8 +9,10 @@
 #include "ctl/checkcommand.h"
 #include "ctl/ctlexitcode.h"
 #include "ctl/ctlsession.h"
+#include "ctl/devicescommand.h"
 #include "ctl/dumpcommand.h"
 #include "ctl/endpointscommand.h"
+#include "ctl/inputlevelcommand.h"
 #include "ctl/meterscommand.h"
 #include "ctl/modecommand.h"
 #include "ctl/settingscommand.h"
@@ -51,6 +53,8 @@ int CtlApp::Run(const std::vector<std::string>& args, std::ostream& out, std::os
   commands.push_back(std::make_unique<MetersCommand>(app));
   commands.push_back(std::make_unique<DumpCommand>(app));
   commands.push_back(std::make_unique<CheckCommand>(app));
+  commands.push_back(std::make_unique<DevicesCommand>(app));
+  commands.push_back(std::make_unique<InputLevelCommand>(app));
 
   // CLI11 would only say that a command is missing; name the word it took
   // for one instead.

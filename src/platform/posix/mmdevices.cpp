@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "platform/event.h"
+#include "platform/posix/alsacapture.h"
 
 namespace zor::os {
 namespace {
@@ -20,6 +21,9 @@ constexpr std::u16string_view kFlowNames[2] = {u"Render", u"Capture"};
 constexpr std::u16string_view kIdPrefixes[2] = {u"{0.0.0.00000000}.", u"{0.0.1.00000000}."};
 constexpr std::u16string_view kDeviceStateName = u"DeviceState";
 constexpr std::u16string_view kDefaultName = u"DefaultEndpoint";
+// The capture key's own default for communications, which the voice helpers
+// read; where it names no active endpoint the common default stands.
+constexpr std::u16string_view kCommunicationsDefaultName = u"DefaultCommunicationsEndpoint";
 constexpr std::u16string_view kPropertyKeys[2] = {u"Properties", u"FxProperties"};
 constexpr uint32_t kReadAccess = kKeyQueryValue | kKeyEnumerateSubKeys;
 
@@ -155,12 +159,23 @@ class Device final : public ComObject<IMMDevice> {
  public:
   Device(int flow, std::u16string keyName)
       : ComObject(IID_IMMDevice),
+        m_flow(flow),
         m_path(FlowPath(flow) + u"\\" + keyName),
         m_id(std::u16string(kIdPrefixes[flow]) + keyName) {}
 
-  HRESULT STDMETHODCALLTYPE Activate(REFIID, DWORD, PROPVARIANT*, void** ppInterface) override {
-    if (ppInterface) *ppInterface = nullptr;
-    return E_NOINTERFACE;
+  // Capture endpoints hand out ALSA clients and meters on the device their
+  // properties name; render endpoints nothing, since Linux hosts bring their
+  // own audio.
+  HRESULT STDMETHODCALLTYPE Activate(REFIID riid, DWORD, PROPVARIANT*, void** ppInterface) override {
+    if (!ppInterface) return E_POINTER;
+    *ppInterface = nullptr;
+    if (m_flow != eCapture) return E_NOINTERFACE;
+    if (!IsEqualIID(riid, IID_IAudioClient) && !IsEqualIID(riid, IID_IAudioMeterInformation)) return E_NOINTERFACE;
+    DWORD state = 0;
+    if (FAILED(GetState(&state)) || state != DEVICE_STATE_ACTIVE) return AUDCLNT_E_DEVICE_INVALIDATED;
+    ZORComPtr<IPropertyStore> properties;
+    OpenPropertyStore(STGM_READ, properties.Put());
+    return CreateAlsaCaptureObject(AlsaCaptureEndpointOf(properties.Get()), riid, ppInterface);
   }
   HRESULT STDMETHODCALLTYPE OpenPropertyStore(DWORD, IPropertyStore** store) override {
     if (!store) return E_POINTER;
@@ -181,6 +196,7 @@ class Device final : public ComObject<IMMDevice> {
   }
 
  private:
+  int m_flow;
   std::u16string m_path;
   std::u16string m_id;
 };
@@ -227,21 +243,27 @@ std::vector<EndpointKey> ListEndpoints(int flow) {
   return endpoints;
 }
 
-// The default endpoint of a flow: the one DefaultEndpoint names if it is
-// active, else the first active one; empty when none is active.
-std::u16string ResolveDefault(int flow, const std::vector<EndpointKey>& endpoints) {
+// The folded GUID text a flow key's default value names; empty without one.
+std::u16string NamedDefault(int flow, std::u16string_view valueName) {
   std::u16string named;
   RegKey flowKey;
   if (RegKey::Open(FlowPath(flow), kKeyQueryValue, flowKey) == RegStatus::Ok) {
     RegType type = RegType::None;
     std::vector<uint8_t> data;
     PROPVARIANT value;
-    if (flowKey.ReadValue(kDefaultName, type, data) == RegStatus::Ok &&
+    if (flowKey.ReadValue(valueName, type, data) == RegStatus::Ok &&
         (type == RegType::Sz || type == RegType::ExpandSz) && PropVariantFromRegistry(type, data, value)) {
       named = Folded(GuidPartOf(value.pwszVal));
       PropVariantClear(&value);
     }
   }
+  return named;
+}
+
+// The default endpoint of a flow: the one DefaultEndpoint names if it is
+// active, else the first active one; empty when none is active.
+std::u16string ResolveDefault(int flow, const std::vector<EndpointKey>& endpoints) {
+  const std::u16string named = NamedDefault(flow, kDefaultName);
   const EndpointKey* first = nullptr;
   for (const EndpointKey& endpoint : endpoints) {
     if (endpoint.state != DEVICE_STATE_ACTIVE) continue;
@@ -249,6 +271,17 @@ std::u16string ResolveDefault(int flow, const std::vector<EndpointKey>& endpoint
     if (!first) first = &endpoint;
   }
   return first ? first->name : std::u16string();
+}
+
+// The active endpoint a flow key's value names; empty when it names none.
+std::u16string ActiveNamedBy(int flow, const std::vector<EndpointKey>& endpoints, std::u16string_view valueName) {
+  const std::u16string named = NamedDefault(flow, valueName);
+  for (const EndpointKey& endpoint : endpoints) {
+    if (endpoint.state == DEVICE_STATE_ACTIVE && !named.empty() && Folded(endpoint.name) == named) {
+      return endpoint.name;
+    }
+  }
+  return {};
 }
 
 // Flow and key name of a device id; false for an id of another form.
@@ -473,7 +506,12 @@ class DeviceEnumerator final : public ComObject<IMMDeviceEnumerator> {
     if ((dataFlow != eRender && dataFlow != eCapture) || role < eConsole || role > eCommunications) {
       return E_INVALIDARG;
     }
-    const std::u16string name = ResolveDefault(dataFlow, ListEndpoints(dataFlow));
+    const std::vector<EndpointKey> endpoints = ListEndpoints(dataFlow);
+    std::u16string name;
+    if (dataFlow == eCapture && role == eCommunications) {
+      name = ActiveNamedBy(dataFlow, endpoints, kCommunicationsDefaultName);
+    }
+    if (name.empty()) name = ResolveDefault(dataFlow, endpoints);
     if (name.empty()) return E_NOTFOUND;
     *endpoint = new Device(dataFlow, name);
     return S_OK;

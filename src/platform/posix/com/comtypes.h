@@ -44,6 +44,7 @@ using LPCOLESTR = const WCHAR*;
 using LPSTR = char*;
 using LPVOID = void*;
 using UINT32 = uint32_t;
+using UINT64 = uint64_t;
 using UINT_PTR = uintptr_t;
 // An opaque handle of a system object (events, threads); what it points at
 // belongs to the platform layer.
@@ -390,6 +391,66 @@ class IMMDeviceEnumerator : public IUnknown {
 
  protected:
   ~IMMDeviceEnumerator() = default;
+};
+
+// ---- Audio streams -------------------------------------------------------------
+
+using REFERENCE_TIME = LONGLONG;  // 100-nanosecond units
+using LPCGUID = const GUID*;
+
+enum AUDCLNT_SHAREMODE { AUDCLNT_SHAREMODE_SHARED = 0, AUDCLNT_SHAREMODE_EXCLUSIVE = 1 };
+
+inline constexpr DWORD AUDCLNT_BUFFERFLAGS_DATA_DISCONTINUITY = 0x1;
+inline constexpr DWORD AUDCLNT_BUFFERFLAGS_SILENT = 0x2;
+
+inline constexpr HRESULT AUDCLNT_E_NOT_INITIALIZED = MakeHresult(0x88890001u);
+inline constexpr HRESULT AUDCLNT_E_ALREADY_INITIALIZED = MakeHresult(0x88890002u);
+inline constexpr HRESULT AUDCLNT_E_DEVICE_INVALIDATED = MakeHresult(0x88890004u);
+inline constexpr HRESULT AUDCLNT_E_OUT_OF_ORDER = MakeHresult(0x88890007u);
+inline constexpr HRESULT AUDCLNT_E_UNSUPPORTED_FORMAT = MakeHresult(0x88890008u);
+inline constexpr HRESULT AUDCLNT_E_INVALID_SIZE = MakeHresult(0x88890009u);
+inline constexpr HRESULT AUDCLNT_E_DEVICE_IN_USE = MakeHresult(0x8889000Au);
+inline constexpr HRESULT AUDCLNT_E_WRONG_ENDPOINT_TYPE = MakeHresult(0x88890003u);
+inline constexpr HRESULT AUDCLNT_S_BUFFER_EMPTY = MakeHresult(0x08890001u);
+
+inline constexpr IID IID_IAudioClient = {
+    0x1CB9AD4C, 0xDBFA, 0x4C32, {0xB1, 0x78, 0xC2, 0xF5, 0x68, 0xA7, 0x03, 0xB2}};
+inline constexpr IID IID_IAudioCaptureClient = {
+    0xC8ADBD64, 0xE71E, 0x48A0, {0xA4, 0xDE, 0x18, 0x5C, 0x39, 0x5C, 0xD3, 0x17}};
+
+class IAudioClient : public IUnknown {
+ public:
+  virtual HRESULT STDMETHODCALLTYPE Initialize(AUDCLNT_SHAREMODE shareMode, DWORD streamFlags,
+                                               REFERENCE_TIME hnsBufferDuration, REFERENCE_TIME hnsPeriodicity,
+                                               const WAVEFORMATEX* pFormat, LPCGUID audioSessionGuid) = 0;
+  virtual HRESULT STDMETHODCALLTYPE GetBufferSize(UINT32* pNumBufferFrames) = 0;
+  virtual HRESULT STDMETHODCALLTYPE GetStreamLatency(REFERENCE_TIME* phnsLatency) = 0;
+  virtual HRESULT STDMETHODCALLTYPE GetCurrentPadding(UINT32* pNumPaddingFrames) = 0;
+  virtual HRESULT STDMETHODCALLTYPE IsFormatSupported(AUDCLNT_SHAREMODE shareMode, const WAVEFORMATEX* pFormat,
+                                                      WAVEFORMATEX** ppClosestMatch) = 0;
+  // The format in memory from CoTaskMemAlloc, freed by the caller.
+  virtual HRESULT STDMETHODCALLTYPE GetMixFormat(WAVEFORMATEX** ppDeviceFormat) = 0;
+  virtual HRESULT STDMETHODCALLTYPE GetDevicePeriod(REFERENCE_TIME* phnsDefaultDevicePeriod,
+                                                    REFERENCE_TIME* phnsMinimumDevicePeriod) = 0;
+  virtual HRESULT STDMETHODCALLTYPE Start() = 0;
+  virtual HRESULT STDMETHODCALLTYPE Stop() = 0;
+  virtual HRESULT STDMETHODCALLTYPE Reset() = 0;
+  virtual HRESULT STDMETHODCALLTYPE SetEventHandle(HANDLE eventHandle) = 0;
+  virtual HRESULT STDMETHODCALLTYPE GetService(REFIID riid, void** ppv) = 0;
+
+ protected:
+  ~IAudioClient() = default;
+};
+
+class IAudioCaptureClient : public IUnknown {
+ public:
+  virtual HRESULT STDMETHODCALLTYPE GetBuffer(BYTE** ppData, UINT32* pNumFramesToRead, DWORD* pdwFlags,
+                                              UINT64* pu64DevicePosition, UINT64* pu64QPCPosition) = 0;
+  virtual HRESULT STDMETHODCALLTYPE ReleaseBuffer(UINT32 numFramesRead) = 0;
+  virtual HRESULT STDMETHODCALLTYPE GetNextPacketSize(UINT32* pNumFramesInNextPacket) = 0;
+
+ protected:
+  ~IAudioCaptureClient() = default;
 };
 
 namespace zor::com {

@@ -14,6 +14,7 @@
 #include <ks.h>
 #include <ksmedia.h>
 #include <audioapotypes.h>
+#include <audioclient.h>
 
 static_assert(sizeof(WCHAR) == sizeof(char16_t), "COM text must be UTF-16");
 
