@@ -92,6 +92,7 @@ void LiveEngine::PassThrough(const float* const* inputs, float* const* outputs, 
 
 void LiveEngine::Record(uint64_t nanoseconds, uint64_t allocations, bool silent) {
   (m_bFirstPeriod ? m_firstAllocations : m_steadyAllocations).fetch_add(allocations, std::memory_order_relaxed);
+  if (!m_bFirstPeriod && allocations != 0) m_allocatingPeriods.fetch_add(1, std::memory_order_relaxed);
   m_bFirstPeriod = false;
   m_processed.fetch_add(1, std::memory_order_relaxed);
   if (silent) m_silent.fetch_add(1, std::memory_order_relaxed);
@@ -114,6 +115,7 @@ LiveMeasures LiveEngine::Measures() const {
   measures.xruns = m_xruns.load(std::memory_order_relaxed);
   measures.firstAllocations = m_firstAllocations.load(std::memory_order_relaxed);
   measures.steadyAllocations = m_steadyAllocations.load(std::memory_order_relaxed);
+  measures.allocatingPeriods = m_allocatingPeriods.load(std::memory_order_relaxed);
   measures.droppedLogLines = g_droppedLogLines.load(std::memory_order_relaxed);
   measures.maxMicros = double(m_maxNanoseconds.load(std::memory_order_relaxed)) / 1000.0;
   uint64_t total = 0;

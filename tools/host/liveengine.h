@@ -30,6 +30,7 @@ struct LiveMeasures {
   uint64_t xruns = 0;
   uint64_t firstAllocations = 0;   // in the first period of each stage
   uint64_t steadyAllocations = 0;  // in every other period through a stage
+  uint64_t allocatingPeriods = 0;  // of those, the periods that allocated
   uint64_t droppedLogLines = 0;
   double medianMicros = 0;         // time in the stage and the conversions
   double p99Micros = 0;
@@ -85,6 +86,7 @@ class LiveEngine {
   std::atomic<uint64_t> m_xruns{0};
   std::atomic<uint64_t> m_firstAllocations{0};
   std::atomic<uint64_t> m_steadyAllocations{0};
+  std::atomic<uint64_t> m_allocatingPeriods{0};
   std::atomic<uint64_t> m_maxNanoseconds{0};
   std::unique_ptr<std::atomic<uint32_t>[]> m_histogram;
 };

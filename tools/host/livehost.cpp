@@ -192,7 +192,10 @@ nlohmann::json Summary(const LiveMeasures& m, uint32_t rate, uint32_t frames, ui
           {"silent_periods", m.silentPeriods},
           {"restarts", restarts},
           {"xruns", m.xruns},
-          {"allocations", {{"first_periods", m.firstAllocations}, {"steady", m.steadyAllocations}}},
+          {"allocations",
+           {{"first_periods", m.firstAllocations},
+            {"steady", m.steadyAllocations},
+            {"allocating_periods", m.allocatingPeriods}}},
           {"dropped_log_lines", m.droppedLogLines},
           {"callback_us", {{"median", m.medianMicros}, {"p99", m.p99Micros}, {"max", m.maxMicros}}},
           {"callback_share", {{"median", share(m.medianMicros)}, {"p99", share(m.p99Micros)}, {"max", share(m.maxMicros)}}}};
