@@ -28,3 +28,12 @@ inline constexpr const char* kZORAPOGetModuleClassesName = "ZORAPOGetModuleClass
 // Linux hosts call this once after loading. Ignored on Windows.
 using ZORAPOSetStoreRootFn = void (*)(const char* directory);
 inline constexpr const char* kZORAPOSetStoreRootName = "ZORAPOSetStoreRoot";
+
+// The exported "ZORAPOSetLogSink": where the library's log lines go from now
+// on, each as UTF-8 (null: the platform's debug output, standard error on
+// Linux). Its copy of the platform layer has a log of its own, which a
+// host's choice would not reach otherwise. The sink may be called from any
+// thread at once and must not block.
+using ZORAPOLogSink = void (*)(void* context, const char* utf8Line, bool wasWide);
+using ZORAPOSetLogSinkFn = void (*)(ZORAPOLogSink sink, void* context);
+inline constexpr const char* kZORAPOSetLogSinkName = "ZORAPOSetLogSink";

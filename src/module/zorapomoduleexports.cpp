@@ -1,6 +1,7 @@
-// The module's exports, the same on both platforms: the four COM entries and
-// the class table for hosts. Windows names them in velapo64.def; Linux
-// exports exactly these from libvelapo.so.
+// The module's exports, the same on both platforms: the four COM entries,
+// and for hosts the class table, the store root and the log's destination.
+// Windows names them in velapo64.def; Linux exports exactly these from
+// libvelapo.so.
 #include <array>
 #include <atomic>
 
@@ -9,6 +10,7 @@
 #include "audio/zorapoprocesslibrary.h"
 #include "module/zorapomoduleabi.h"
 #include "module/zorapomodulemain.h"
+#include "platform/debugoutput.h"
 #include "platform/registry.h"
 
 #if defined(_WIN32)
@@ -83,4 +85,8 @@ extern "C" VELAPO_EXPORT const ZORAPOModuleClass* ZORAPOGetModuleClasses(uint32_
 
 extern "C" VELAPO_EXPORT void ZORAPOSetStoreRoot(const char* directory) {
   if (directory != nullptr) zor::os::SetRegistryRoot(directory);
+}
+
+extern "C" VELAPO_EXPORT void ZORAPOSetLogSink(ZORAPOLogSink sink, void* context) {
+  zor::os::SetDebugSink(sink, context);
 }

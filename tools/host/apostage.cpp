@@ -3,20 +3,17 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 
-#include "apo/czor_lfx_apo_universal_base.h"
-#include "apo/czor_lfx_capture_apo_universal.h"
-#include "apo/zorapocreateinstance.h"
 #include "apo/zoraporegproperties.h"
 #include "hostendpoint.h"
 #include "platform/text.h"
 
 namespace {
 
-HRESULT CreateObject(REFCLSID clsid, REFIID riid, void** ppv) { return ZORAPOCreateInstance(clsid, nullptr, riid, ppv); }
-
-uint32_t LiveObjects() {
-  return CZOR_LFX_APO_Universal_Base::LiveObjects() + CZOR_LFX_Capture_APO_Universal::LiveObjects();
+std::string LocationName(uint32_t location) {
+  static const char* const kNames[] = {"LFX", "SFX", "MFX", "EFX", "OSFX", "OMFX"};
+  return location < std::size(kNames) ? kNames[location] : "location " + std::to_string(location);
 }
 
 std::string Hex(HRESULT hr) {
@@ -27,17 +24,19 @@ std::string Hex(HRESULT hr) {
 
 }  // namespace
 
-ApoStage::ApoStage() : m_module(ZORAPOClassTable{CreateObject, LiveObjects}) {}
+ApoStage::ApoStage(std::string modulePath) : m_modulePath(std::move(modulePath)) {}
 
 ApoStage::~ApoStage() { Stop(); }
 
 bool ApoStage::Start(HostEndpoint& endpoint, uint32_t location, HostFormat& format, std::string& error) {
-  const ZORAPOClassInfo* info = ZORAPORenderClass(location);
-  if (info == nullptr) {
-    error = "no effect class at location " + std::to_string(location);
+  m_module = HostModule::Load(m_modulePath, error);
+  if (m_module == nullptr) return false;
+  const ZORAPOModuleClass* entry = m_module->FindClass(location);
+  if (entry == nullptr) {
+    error = "the module has no effect class at location " + std::to_string(location);
     return false;
   }
-  const CLSID& clsid = info->regProperties->clsid;
+  m_module->FollowStoreRoot();
   ZOREngineEmulator::Stream stream;
   stream.endpointGuid = zor::os::Utf8ToUtf16(endpoint.GuidText());
   stream.inputChannels = format.channelsIn;
@@ -46,11 +45,8 @@ bool ApoStage::Start(HostEndpoint& endpoint, uint32_t location, HostFormat& form
   stream.maxFrames = std::max<uint32_t>(1, format.rate);  // a second: any buffer length fits
   m_engine = std::make_unique<ZOREngineEmulator>(stream);
 
-  IClassFactory* factory = nullptr;
   IUnknown* object = nullptr;
-  HRESULT hr = m_module.GetClassObject(clsid, IID_IClassFactory, reinterpret_cast<void**>(&factory));
-  if (SUCCEEDED(hr)) hr = factory->CreateInstance(nullptr, IID_IUnknown, reinterpret_cast<void**>(&object));
-  if (factory != nullptr) factory->Release();
+  HRESULT hr = m_module->CreateObject(entry->clsid, &object);
   if (SUCCEEDED(hr)) hr = m_engine->Adopt(object);
   if (object != nullptr) object->Release();
   const char* step = "creating the object";
@@ -58,7 +54,7 @@ bool ApoStage::Start(HostEndpoint& endpoint, uint32_t location, HostFormat& form
   if (SUCCEEDED(hr)) step = "the format talks", hr = m_engine->NegotiateFormats();
   if (SUCCEEDED(hr)) step = "LockForProcess", hr = m_engine->Lock();
   if (hr != S_OK) {
-    error = std::string("the ") + info->logName + " effect object refused " + std::to_string(format.channelsIn) +
+    error = "the " + LocationName(location) + " effect object refused " + std::to_string(format.channelsIn) +
             " channels of 32-bit float at " + std::to_string(format.rate) + " Hz: " + step + " answered " + Hex(hr) +
             (format.channelsIn == 1 ? " (the render objects take 2, 4, 6 or 8 channels)" : "");
     m_engine.reset();

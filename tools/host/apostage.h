@@ -6,19 +6,21 @@
 // LockForProcess, APOProcess per buffer with its flags (silent buffers
 // marked), GetLatency, GetEffectsList, UnlockForProcess and release.
 //
-// The module is the one linked into this program, so that its objects share
-// the program's settings store; its factory is the same code the shared
-// library exports through DllGetClassObject.
+// The class comes from the built module (velapo64.dll, libvelapo.so), loaded
+// as the engine loads it (hostmodule.h), so the objects under test are the
+// ones a user installs.
 
 #include <memory>
+#include <string>
 
 #include "engine/zorengineemulator.h"
+#include "hostmodule.h"
 #include "hoststage.h"
-#include "module/czor_apomodule.h"
 
 class ApoStage final : public IHostStage {
  public:
-  ApoStage();
+  // `modulePath` empty: the module HostModule finds by default.
+  explicit ApoStage(std::string modulePath = {});
   ~ApoStage() override;
   const char* Name() const override { return "apo"; }
   bool Start(HostEndpoint& endpoint, uint32_t location, HostFormat& format, std::string& error) override;
@@ -31,7 +33,8 @@ class ApoStage final : public IHostStage {
   void Stop() override;
 
  private:
-  CZOR_APOModule m_module;
+  std::string m_modulePath;
+  HostModule* m_module = nullptr;  // loaded for the process's life
   std::unique_ptr<ZOREngineEmulator> m_engine;
   std::vector<float> m_input;  // sized at Start, so a buffer allocates nothing here
   uint32_t m_channelsIn = 0;

@@ -26,9 +26,9 @@
 
 namespace {
 
-std::unique_ptr<IHostStage> MakeStage(const std::string& name) {
+std::unique_ptr<IHostStage> MakeStage(const std::string& name, const std::string& module) {
   if (name == "manager") return std::make_unique<ManagerStage>();
-  if (name == "apo") return std::make_unique<ApoStage>();
+  if (name == "apo") return std::make_unique<ApoStage>(module);
   return nullptr;
 }
 
@@ -47,9 +47,9 @@ const char* StatusMeaning(uint32_t status) {
 
 // The stage's delay in frames: an impulse after silence, found again in the
 // output at its largest sample. -1 when the output holds no sound at all.
-int64_t MeasureLatency(const std::string& stageName, HostEndpoint& endpoint, uint32_t location, HostFormat format,
+int64_t MeasureLatency(const std::string& stageName, const std::string& module, HostEndpoint& endpoint, uint32_t location, HostFormat format,
                        uint32_t blockFrames) {
-  std::unique_ptr<IHostStage> stage = MakeStage(stageName);
+  std::unique_ptr<IHostStage> stage = MakeStage(stageName, module);
   std::string ignored;
   if (!stage->Start(endpoint, location, format, ignored)) return -1;
   const uint64_t impulseAt = format.rate / 10;
@@ -173,12 +173,12 @@ int RunHost(const HostOptions& options, std::ostream& out, std::ostream& err) {
     error = "a buffer of " + std::to_string(options.blockMs) + " ms holds no frame at " + std::to_string(input.rate) + " Hz";
     return fail(kExitBadInput);
   }
-  std::unique_ptr<IHostStage> stage = MakeStage(options.stage);
+  std::unique_ptr<IHostStage> stage = MakeStage(options.stage, options.module);
   if (!stage) {
     error = "the stage '" + options.stage + "' is not in this build";
     return fail(kExitBadInput);
   }
-  const int64_t measuredLatency = MeasureLatency(options.stage, endpoint, options.location, format, blockFrames);
+  const int64_t measuredLatency = MeasureLatency(options.stage, options.module, endpoint, options.location, format, blockFrames);
   if (!stage->Start(endpoint, options.location, format, error)) return fail(kExitBadInput);
   const std::string chainAtStart = stage->ActiveChain();
 

@@ -16,6 +16,7 @@ struct HostOptions {
   std::string locationName = "SFX";
   uint32_t blockMs = 10;
   std::string stage = "apo";
+  std::string module;     // the apo stage's module file; empty: the default
   std::string store;      // with endpoint: join that store
   std::string endpoint;
   bool realtime = false;

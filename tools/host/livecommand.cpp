@@ -16,6 +16,7 @@ CLI::App* AddLiveCommand(CLI::App& app, LiveOptions& options) {
   live->add_option("--endpoint", options.endpoint, "Endpoint GUID to join instead of a private one")
       ->needs(live->get_option("--store"))
       ->excludes(live->get_option("--config"));
+  live->add_option("--module", options.module, "The engine's module (default: beside the program)");
   // The render objects take 2, 4, 6 or 8 channels.
   live->add_option("--channels", options.channels, "Ports each way")
       ->capture_default_str()

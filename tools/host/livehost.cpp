@@ -121,12 +121,13 @@ class LiveListener final : public IJackListener {
 // and taken down again, always on the main thread.
 class LiveStream {
  public:
-  LiveStream(LiveEngine& engine, HostEndpoint& endpoint, uint32_t location, uint32_t channels)
-      : m_engine(engine), m_endpoint(endpoint), m_location(location), m_channels(channels) {}
+  LiveStream(LiveEngine& engine, HostEndpoint& endpoint, const LiveOptions& options)
+      : m_engine(engine), m_endpoint(endpoint), m_module(options.module), m_location(options.location),
+        m_channels(options.channels) {}
   ~LiveStream() { Stop(); }
 
   bool Start(uint32_t rate, uint32_t frames, std::string& error) {
-    auto stage = std::make_unique<ApoStage>();
+    auto stage = std::make_unique<ApoStage>(m_module);
     HostFormat format{rate, m_channels, m_channels};
     if (!stage->Start(m_endpoint, m_location, format, error)) return false;
     if (format.channelsIn != m_channels || format.channelsOut != m_channels || format.rate != rate) {
@@ -173,6 +174,7 @@ class LiveStream {
  private:
   LiveEngine& m_engine;
   HostEndpoint& m_endpoint;
+  const std::string m_module;
   const uint32_t m_location;
   const uint32_t m_channels;
   std::unique_ptr<ApoStage> m_stage;
@@ -251,7 +253,7 @@ int RunLive(const LiveOptions& options, std::ostream& out, std::ostream& err) {
     signals.Unblock();
     return fail(kExitNoServer);
   }
-  LiveStream stream(engine, endpoint, options.location, options.channels);
+  LiveStream stream(engine, endpoint, options);
   if (!stream.Start(client.SampleRate(), client.BufferSize(), error)) {
     signals.Unblock();
     return fail(kExitBadInput);

@@ -19,6 +19,7 @@ struct LiveOptions {
   std::string locationName = "SFX";
   std::string store;      // with endpoint: join that store's endpoint
   std::string endpoint;
+  std::string module;     // the engine's module file; empty: the default
   uint32_t channels = 2;
   std::string clientName = "velapo";
   bool connect = false;   // outputs to the sound card's playback ports

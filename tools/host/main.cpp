@@ -32,6 +32,7 @@ int main(int argc, char** argv) {
   app.add_option("--stage", options.stage, "What to drive: apo (the effect objects) or manager (the process manager)")
       ->capture_default_str()
       ->check(CLI::IsMember({"apo", "manager"}));
+  app.add_option("--module", options.module, "The engine's module for the apo stage (default: beside the program)");
   app.add_option("--store", options.store, "Settings store to join, with --endpoint (Linux)");
   app.add_option("--endpoint", options.endpoint, "Endpoint GUID to join instead of a private one");
   app.add_flag("--realtime", options.realtime, "Pace buffers at the stream's rate");

@@ -12,6 +12,8 @@
 #include "control/controlpanel.h"
 #include "hostcontrol.h"
 #include "hostendpoint.h"
+#include "platform/modulelookup.h"
+#include "platform/text.h"
 #include "managerstage.h"
 #include "programme.h"
 #include "scriptplayer.h"
@@ -87,7 +89,23 @@ TEST(ApoStage, RefusesWhatTheRenderObjectsDoNotTake) {
   EXPECT_FALSE(stage.Start(endpoint, 2, fast, error));
   EXPECT_NE(error.find("the MFX effect object refused 2 channels"), std::string::npos) << error;
   EXPECT_FALSE(stage.Start(endpoint, 6, fast, error));
-  EXPECT_EQ(error, "no effect class at location 6");
+  EXPECT_EQ(error, "the module has no effect class at location 6");
+}
+
+// --module: a file that does not load, or loads but is not the engine's module.
+TEST(ApoStage, RefusesAModuleThatIsNotTheEngines) {
+  HostEndpoint endpoint;
+  std::string error;
+  ASSERT_TRUE(endpoint.MakePrivate(kLaptop, error)) << error;
+  HostFormat stereo{48000, 2, 2};
+  ApoStage missing("no-such-folder/" + std::filesystem::path(HostModule::DefaultPaths().front()).filename().string());
+  EXPECT_FALSE(missing.Start(endpoint, 1, stereo, error));
+  EXPECT_NE(error.find("does not load"), std::string::npos) << error;
+  const auto tech = HostModule::DefaultPaths().front().parent_path() /
+                    zor::os::Utf16ToUtf8(zor::os::OwnModuleFileName(zor::os::OwnModule::Tech));
+  ApoStage notOurs(tech.string());
+  EXPECT_FALSE(notOurs.Start(endpoint, 1, stereo, error));
+  EXPECT_NE(error.find("lacks the engine module's exports"), std::string::npos) << error;
 }
 
 // A private endpoint leaves nothing behind; joining needs one that exists.
