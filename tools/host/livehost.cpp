@@ -275,6 +275,7 @@ int RunLive(const LiveOptions& options, std::ostream& out, std::ostream& err) {
   while (!g_bStop.load()) {
     if (listener.m_bGone.load()) {
       serverGone = true;
+      err << "velapo-host: the JACK server went away (" << listener.Reason() << "); stopping" << std::endl;
       break;
     }
     if (options.seconds > 0 && Clock::now() - start >= limit) break;
@@ -291,7 +292,6 @@ int RunLive(const LiveOptions& options, std::ostream& out, std::ostream& err) {
   stream.Stop();
 
   const nlohmann::json summary = Summary(engine.Measures(), stream.Rate(), stream.Frames(), stream.Restarts(), seconds);
-  if (serverGone) err << "velapo-host: the JACK server went away (" << listener.Reason() << "); stopped\n";
   if (!options.quiet) {
     out << "velapo-host: " << summary["periods"] << " periods in " << seconds << " s, " << summary["xruns"]
         << " xruns, callback median " << summary["callback_us"]["median"] << " us (p99 "

@@ -1,6 +1,6 @@
-// The live host's bridge without a server: JACK's planar ports to the
-// stage's interleaved buffers and back, the pass-through while no stage is
-// installed, and stages swapped under a running callback.
+// The live host's bridge without a server: planar ports to the stage's
+// interleaved buffers and back, pass-through, and stages swapped under a
+// running callback.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -13,44 +13,36 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Doubles every sample, and knows whether it is used after it was taken away.
+// Doubles every sample; tells whether it was used after it was taken away;
+// can hold the callback inside it.
 class DoublingStage final : public IHostStage {
  public:
-  explicit DoublingStage(uint32_t channels, uint32_t written = UINT32_MAX) : m_channels(channels), m_written(written) {}
+  DoublingStage(uint32_t channels, uint32_t written = UINT32_MAX) : m_channels(channels), m_written(written) {}
   const char* Name() const override { return "doubling"; }
   bool Start(HostEndpoint&, uint32_t, HostFormat&, std::string&) override { return true; }
   uint32_t Process(const float* input, float* output, uint32_t frames, bool) override {
-    if (m_bWithdrawn.load()) m_usedAfterWithdrawal.store(true);
-    if (m_bBlock) {
-      m_bInside.store(true);
-      while (m_bBlock.load()) std::this_thread::yield();
-    }
+    if (withdrawn.load()) usedAfterWithdrawal = true;
+    for (inside = true; hold.load();) std::this_thread::yield();
     for (size_t i = 0; i < size_t(frames) * m_channels; ++i) output[i] = 2 * input[i];
     return std::min(frames, m_written);
   }
   bool TakeSwitch() override { return false; }
   int64_t Latency() const override { return 0; }
   std::vector<std::string> Effects() const override { return {}; }
-  std::string ActiveChain() const override { return "doubling"; }
+  std::string ActiveChain() const override { return {}; }
   void Stop() override {}
-
-  std::atomic<bool> m_bWithdrawn{false};
-  std::atomic<bool> m_usedAfterWithdrawal{false};
-  std::atomic<bool> m_bBlock{false};
-  std::atomic<bool> m_bInside{false};
+  std::atomic<bool> withdrawn{false}, usedAfterWithdrawal{false}, hold{false}, inside{false};
 
  private:
-  const uint32_t m_channels;
-  const uint32_t m_written;
+  const uint32_t m_channels, m_written;
 };
 
-// Ports of `channels` x `frames`, sample f of channel c = c * 1000 + f.
+// Ports of `channels` x `frames`; sample f of channel c is c * 1000 + f.
 struct Ports {
-  Ports(uint32_t channels, uint32_t frames) : in(channels, std::vector<float>(frames)), out(channels, std::vector<float>(frames, -1)) {
+  Ports(uint32_t channels, uint32_t frames) : in(channels, std::vector<float>(frames)), out(in) {
     for (uint32_t c = 0; c < channels; ++c) {
-      for (uint32_t f = 0; f < frames; ++f) in[c][f] = float(c * 1000 + f);
-      inputs.push_back(in[c].data());
-      outputs.push_back(out[c].data());
+      for (uint32_t f = 0; f < frames; ++f) in[c][f] = float(c * 1000 + f), out[c][f] = -1;
+      inputs.push_back(in[c].data()), outputs.push_back(out[c].data());
     }
   }
   std::vector<std::vector<float>> in, out;
@@ -60,6 +52,7 @@ struct Ports {
 
 struct Shape {
   uint32_t channels, capacity, frames, written;
+  bool installed;
   float gain;  // 2: through the stage; 1: passed through
 };
 
@@ -69,47 +62,28 @@ TEST_P(LiveEngineShapes, EveryChannelComesBackInItsPort) {
   const Shape shape = GetParam();
   LiveEngine engine(shape.channels);
   DoublingStage stage(shape.channels, shape.written);
-  engine.Install(&stage, shape.capacity);
+  if (shape.installed) engine.Install(&stage, shape.capacity);
   Ports ports(shape.channels, shape.frames);
   engine.Process(ports.inputs.data(), ports.outputs.data(), shape.frames);
   const uint32_t valid = shape.gain == 2 ? std::min(shape.frames, shape.written) : shape.frames;
   for (uint32_t c = 0; c < shape.channels; ++c) {
     for (uint32_t f = 0; f < shape.frames; ++f) {
       // Frames the stage did not write are silence, never stale samples.
-      const float expected = f < valid ? shape.gain * ports.in[c][f] : 0.0f;
-      ASSERT_EQ(ports.out[c][f], expected) << "channel " << c << " frame " << f;
+      ASSERT_EQ(ports.out[c][f], f < valid ? shape.gain * ports.in[c][f] : 0.0f) << "channel " << c << " frame " << f;
     }
   }
   EXPECT_EQ(engine.Measures().processedPeriods, shape.gain == 2 ? 1u : 0u);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Shapes, LiveEngineShapes,
-    ::testing::Values(Shape{2, 256, 256, UINT32_MAX, 2}, Shape{6, 512, 300, UINT32_MAX, 2},
-                      Shape{8, 64, 1, UINT32_MAX, 2},
-                      Shape{2, 256, 256, 100, 2},        // the stage gave fewer frames
-                      Shape{2, 256, 512, UINT32_MAX, 1}  // a period longer than the stage was made for
-                      ));
+INSTANTIATE_TEST_SUITE_P(Shapes, LiveEngineShapes,
+                         ::testing::Values(Shape{2, 256, 256, UINT32_MAX, true, 2}, Shape{6, 512, 300, UINT32_MAX, true, 2},
+                                           Shape{8, 64, 1, UINT32_MAX, true, 2},
+                                           Shape{2, 256, 256, 100, true, 2},          // fewer frames written
+                                           Shape{2, 256, 512, UINT32_MAX, true, 1},   // longer than the stage takes
+                                           Shape{2, 256, 256, UINT32_MAX, false, 1}));  // no stage yet
 
-TEST(LiveEngine, PassesAudioWhileNoStageIsInstalled) {
-  LiveEngine engine(2);
-  Ports ports(2, 128);
-  engine.Process(ports.inputs.data(), ports.outputs.data(), 128);
-  EXPECT_EQ(ports.out, ports.in);
-  DoublingStage stage(2);
-  engine.Install(&stage, 128);
-  IHostStage* withdrawn = nullptr;
-  ASSERT_TRUE(engine.Withdraw(withdrawn, 1s));
-  EXPECT_EQ(withdrawn, &stage);
-  engine.Process(ports.inputs.data(), ports.outputs.data(), 128);
-  EXPECT_EQ(ports.out, ports.in);
-  EXPECT_EQ(engine.Measures().periods, 2u);
-  EXPECT_EQ(engine.Measures().processedPeriods, 0u);
-}
-
-// The main thread swaps stages as fast as it can under a callback that never
-// stops: a stage is never used once Withdraw has returned it, and the
-// callback allocates nothing after each stage's first period.
+// Stages swapped as fast as can be under a callback that never stops: none is
+// used once Withdraw has handed it back, and the callback allocates nothing.
 TEST(LiveEngine, StagesSwapSafelyUnderARunningCallback) {
   LiveEngine engine(2);
   std::atomic<bool> running{true};
@@ -129,49 +103,34 @@ TEST(LiveEngine, StagesSwapSafelyUnderARunningCallback) {
     IHostStage* withdrawn = nullptr;
     ASSERT_TRUE(engine.Withdraw(withdrawn, 1s));
     ASSERT_EQ(withdrawn, stage.get());
-    stage->m_bWithdrawn = true;
+    stage->withdrawn = true;
     std::this_thread::sleep_for(20us);
-    ASSERT_FALSE(stage->m_usedAfterWithdrawal.load()) << "round " << round;
+    ASSERT_FALSE(stage->usedAfterWithdrawal.load()) << "round " << round;
   }
   running = false;
   callback.join();
   EXPECT_EQ(allocations.load(), 0u);
-  EXPECT_EQ(engine.Measures().steadyAllocations, 0u);
+  EXPECT_GT(engine.Measures().processedPeriods, 0u);
 }
 
-// A callback stuck inside the stage: Withdraw gives up rather than hang, and
-// says the stage must not be freed.
+// A callback stuck in the stage: Withdraw gives up rather than hang, and says
+// the stage must not be freed.
 TEST(LiveEngine, WithdrawGivesUpOnACallbackThatDoesNotReturn) {
   LiveEngine engine(2);
   DoublingStage stage(2);
-  stage.m_bBlock = true;
+  stage.hold = true;
   engine.Install(&stage, 64);
   std::thread callback([&] {
     Ports ports(2, 64);
     engine.Process(ports.inputs.data(), ports.outputs.data(), 64);
   });
-  while (!stage.m_bInside.load()) std::this_thread::yield();
+  while (!stage.inside.load()) std::this_thread::yield();
   IHostStage* withdrawn = nullptr;
   EXPECT_FALSE(engine.Withdraw(withdrawn, 20ms));
-  stage.m_bBlock = false;
+  stage.hold = false;
   callback.join();
   EXPECT_TRUE(engine.Withdraw(withdrawn, 1s));
   EXPECT_EQ(withdrawn, nullptr);
-}
-
-TEST(LiveEngine, MeasuresTimeAsQuantilesOfTheProcessedPeriods) {
-  LiveEngine engine(2);
-  DoublingStage stage(2);
-  engine.Install(&stage, 64);
-  Ports ports(2, 64);
-  for (int i = 0; i < 100; ++i) engine.Process(ports.inputs.data(), ports.outputs.data(), 64);
-  engine.CountXrun();
-  const LiveMeasures measures = engine.Measures();
-  EXPECT_EQ(measures.processedPeriods, 100u);
-  EXPECT_EQ(measures.xruns, 1u);
-  EXPECT_LE(measures.medianMicros, measures.p99Micros);
-  EXPECT_LE(measures.p99Micros, measures.maxMicros);
-  EXPECT_GT(measures.maxMicros, 0.0);
 }
 
 }  // namespace
