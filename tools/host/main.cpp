@@ -7,6 +7,7 @@
 #include <map>
 
 #include "hostapp.h"
+#include "livecommand.h"
 
 int main(int argc, char** argv) {
   CLI::App app{"Plays an audio file through velapo's effects, as the audio engine drives them, and reports.",
@@ -47,8 +48,15 @@ int main(int argc, char** argv) {
   generate->add_option("--seconds", seconds, "Length")->capture_default_str()->check(CLI::Range(0.1, 3600.0));
   generate->add_option("--rate", rate, "Sample rate in Hz")->capture_default_str()->check(CLI::Range(8000, 192000));
 
+  LiveOptions live;
+  CLI::App* liveCommand = LiveHostBuilt() ? AddLiveCommand(app, live) : nullptr;
+
   CLI11_PARSE(app, argc, argv);
   if (*generate) return RunGenerate(programme, seconds, rate, std::cerr);
+  if (liveCommand != nullptr && *liveCommand) {
+    ResolveLiveOptions(*liveCommand, live);
+    return RunLive(live, std::cout, std::cerr);
+  }
   if (options.input.empty() || options.output.empty()) {
     std::cerr << "velapo-host: an input and an output file are needed (see --help)\n";
     return kExitBadInput;

@@ -1,0 +1,325 @@
+// velapo-host live on a real JACK server: jackd's dummy driver at 48 kHz and
+// 256 frames under a name of its own, the host on an endpoint of a private
+// store, and this test a second client feeding a sine and capturing what
+// comes back, while velapo-ctl steers from outside. Skips without jackd.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <jack/jack.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <thread>
+
+extern char** environ;
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+constexpr uint32_t kRate = 48000;
+constexpr double kToneHz = 500.0;
+constexpr float kToneLevel = 0.25f;
+// Sanitizers slow the callback several times over: real time is judged on
+// the plain build only.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
+constexpr const char* kGuid = "{5E1A0000-0000-4000-8000-000000002424}";
+
+std::string ReadText(const fs::path& path) {
+  std::stringstream text;
+  text << std::ifstream(path).rdbuf();
+  return text.str();
+}
+
+// Waits up to 30 s (a loaded machine is slow to start a client) for `text` in the file.
+bool WaitForText(const fs::path& path, const std::string& text) {
+  for (int i = 0; i < 600; ++i, std::this_thread::sleep_for(50ms)) {
+    if (ReadText(path).find(text) != std::string::npos) return true;
+  }
+  return false;
+}
+
+// A child process, its output in `dir`/`name`.out and .err; killed if left running.
+struct Child {
+  pid_t pid = -1;
+  bool Spawn(std::vector<std::string> args, const fs::path& dir, const std::string& name) {
+    std::vector<char*> argv;
+    for (std::string& arg : args) argv.push_back(arg.data());
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    posix_spawn_file_actions_addopen(&files, 1, (dir / (name + ".out")).c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    posix_spawn_file_actions_addopen(&files, 2, (dir / (name + ".err")).c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    const bool spawned = posix_spawnp(&pid, argv[0], &files, nullptr, argv.data(), environ) == 0;
+    posix_spawn_file_actions_destroy(&files);
+    if (!spawned) pid = -1;
+    return spawned;
+  }
+  // The exit code; -1 for a signal or no end within 30 seconds.
+  int Wait() {
+    for (int i = 0; i < 3000 && pid > 0; ++i, std::this_thread::sleep_for(10ms)) {
+      int status = 0;
+      if (waitpid(pid, &status, WNOHANG) == pid) return pid = -1, WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+    return -1;
+  }
+  ~Child() {
+    if (pid > 0) kill(pid, SIGKILL), waitpid(pid, nullptr, 0);
+  }
+};
+
+int RunCtl(const fs::path& store, const std::string& arguments) {
+  const int status = std::system((std::string(VELAPO_CTL_EXE) + " --store " + store.string() + " -e " + kGuid + " " +
+                                  arguments + " >/dev/null").c_str());
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// jackd on the dummy driver under a name of its own, so that parallel runs
+// and a user's server never meet. Empty when it answers, else why not.
+std::string StartServer(Child& jackd, const fs::path& dir) {
+  static int count = 0;
+  jack_set_error_function([](const char*) {});  // the probes fail until it is up
+  jack_set_info_function([](const char*) {});
+  const std::string name = "velapo-test-" + std::to_string(getpid()) + "-" + std::to_string(count++);
+  setenv("JACK_DEFAULT_SERVER", name.c_str(), 1);
+  if (!jackd.Spawn({"jackd", "-n", name, "-d", "dummy", "-r", "48000", "-p", "256"}, dir, "jackd")) {
+    return "jackd is not installed";
+  }
+  for (int attempt = 0; attempt < 100; ++attempt, std::this_thread::sleep_for(50ms)) {
+    if (jack_client_t* probe = jack_client_open("velapo-probe", JackNoStartServer, nullptr)) {
+      return jack_client_close(probe), "";
+    }
+  }
+  return "jackd did not answer: " + ReadText(dir / "jackd.err");
+}
+
+// The second client: a sine into velapo's inputs, its outputs captured into
+// a buffer sized beforehand.
+class ToneClient {
+ public:
+  ~ToneClient() { Close(); }
+  void Close() { m_client != nullptr && jack_client_close(m_client), m_client = nullptr; }
+  bool Start(const std::string& host) {
+    m_client = jack_client_open("velapo-tone", JackNoStartServer, nullptr);
+    if (m_client == nullptr) return false;
+    for (int c = 0; c < 2; ++c) {
+      const std::string n = std::to_string(c + 1);
+      m_feed[c] = jack_port_register(m_client, ("feed_" + n).c_str(), JACK_DEFAULT_AUDIO_TYPE, JackPortIsOutput, 0);
+      m_take[c] = jack_port_register(m_client, ("take_" + n).c_str(), JACK_DEFAULT_AUDIO_TYPE, JackPortIsInput, 0);
+    }
+    jack_set_process_callback(m_client, &ToneClient::Process, this);
+    jack_set_xrun_callback(m_client, [](void* self) { return static_cast<ToneClient*>(self)->m_xruns++, 0; }, this);
+    if (jack_activate(m_client) != 0) return false;
+    bool connected = true;
+    for (int c = 0; c < 2; ++c) {
+      const std::string n = std::to_string(c + 1);
+      connected &= jack_connect(m_client, jack_port_name(m_feed[c]), (host + ":in_" + n).c_str()) == 0;
+      connected &= jack_connect(m_client, (host + ":out_" + n).c_str(), jack_port_name(m_take[c])) == 0;
+    }
+    return connected;
+  }
+  bool SetPeriod(uint32_t frames) { return jack_set_buffer_size(m_client, frames) == 0; }
+  uint64_t Captured() const { return m_frames.load(); }
+  void WaitFor(double seconds) {
+    const uint64_t until = std::min<uint64_t>(Captured() + uint64_t(seconds * kRate), m_capture.size());
+    while (Captured() < until) std::this_thread::sleep_for(5ms);
+  }
+  std::vector<float> Capture() const { return {m_capture.begin(), m_capture.begin() + Captured()}; }
+  uint32_t Xruns() const { return m_xruns.load(); }
+
+ private:
+  static int Process(jack_nframes_t frames, void* self) {
+    ToneClient& tone = *static_cast<ToneClient*>(self);
+    const uint64_t at = tone.m_frames.load(std::memory_order_relaxed);
+    const bool room = at + frames <= tone.m_capture.size();
+    const auto* take = static_cast<const float*>(jack_port_get_buffer(tone.m_take[0], frames));
+    for (int c = 0; c < 2; ++c) {
+      auto* feed = static_cast<float*>(jack_port_get_buffer(tone.m_feed[c], frames));
+      for (jack_nframes_t f = 0; f < frames; ++f) {
+        feed[f] = kToneLevel * float(std::sin(2 * M_PI * kToneHz * double(tone.m_phase + f) / kRate));
+      }
+    }
+    if (room) std::copy_n(take, frames, tone.m_capture.begin() + at), tone.m_frames.store(at + frames);
+    tone.m_phase += frames;
+    return 0;
+  }
+  jack_client_t* m_client = nullptr;
+  jack_port_t* m_feed[2]{};
+  jack_port_t* m_take[2]{};
+  uint64_t m_phase = 0;
+  std::vector<float> m_capture = std::vector<float>(16 * kRate);  // the left output
+  std::atomic<uint64_t> m_frames{0};
+  std::atomic<uint32_t> m_xruns{0};
+};
+
+double Db(const std::vector<float>& x, uint64_t from, uint64_t to, double reference) {
+  double sum = 0;
+  for (uint64_t i = from; i < to; ++i) sum += double(x[i]) * x[i];
+  return 20 * std::log10(std::sqrt(sum / double(to - from)) / reference);
+}
+
+// One run: tone, a gain of -6 dB, the mode Movie, processing off and on, a
+// period of 512 frames, Ctrl-C. The capture frame of each step is kept.
+struct Scenario {
+  fs::path dir;
+  Child jackd, host;
+  ToneClient tone;
+  enum Step { kGain, kMode, kOff, kOn, kPeriod, kSteps };
+  uint64_t at[kSteps]{};
+  uint32_t xruns = 0;  // seen before the period changed
+  bool periodChanged = false;
+  int hostExit = -1;
+  std::vector<float> capture;
+  nlohmann::json stats;
+
+  std::string Run(const fs::path& folder) {
+    fs::create_directories((dir = folder) / "store");
+    if (std::string why = StartServer(jackd, dir); !why.empty()) return why;
+    const std::string store = (dir / "store").string();
+    EXPECT_EQ(RunCtl(store, std::string("endpoints add ") + kGuid + " --config " VELAPO_EXAMPLES_DIR "/laptop.xml"), 0);
+    EXPECT_TRUE(host.Spawn({VELAPO_HOST_EXE, "live", "--store", store, "--endpoint", kGuid, "--location", "MFX", "--name",
+                            "velapo-live", "--stats", (dir / "stats.json").string()},
+                           dir, "host"));
+    EXPECT_TRUE(WaitForText(dir / "host.out", "Ctrl-C ends it")) << ReadText(dir / "host.err");
+    EXPECT_TRUE(tone.Start("velapo-live"));
+    const char* steps[] = {"settings set MFX-Volume:Gain-Level -600", "mode set Movie",
+                           "settings global \"APO4-Process Enable\" 0", "settings global \"APO4-Process Enable\" 1"};
+    tone.WaitFor(1.5);
+    for (int step = kGain; step < kPeriod; ++step, tone.WaitFor(1.5)) {
+      at[step] = tone.Captured();
+      EXPECT_EQ(RunCtl(store, steps[step]), 0) << steps[step];
+    }
+    xruns = tone.Xruns();
+    at[kPeriod] = tone.Captured();
+    periodChanged = tone.SetPeriod(512);
+    tone.WaitFor(1.5);
+    kill(host.pid, SIGINT);
+    hostExit = host.Wait();
+    capture = tone.Capture();
+    std::ifstream(dir / "stats.json") >> stats;
+    tone.Close();
+    kill(jackd.pid, SIGTERM);
+    jackd.Wait();
+    return "";
+  }
+};
+
+class LiveRun : public ::testing::Test {
+ protected:
+  // A server starved by a loaded machine misses periods whatever its clients
+  // do: such a run is made again, three times at most, as long as velapo's
+  // own callback stayed within half a period.
+  static void SetUpTestSuite() {
+    for (int attempt = 1; attempt <= 3; ++attempt) {
+      run = std::make_unique<Scenario>();
+      skip = run->Run(Root() / std::to_string(attempt));
+      if (!skip.empty() || run->xruns == 0 || !OnTime() || kSanitized) return;
+    }
+    starved = true;
+  }
+  static void TearDownTestSuite() { run.reset(), fs::remove_all(Root()); }
+  void SetUp() override {
+    if (!skip.empty()) GTEST_SKIP() << "no JACK server for the live host: " << skip;
+  }
+  static fs::path Root() { return fs::temp_directory_path() / ("velapo-live-test-" + std::to_string(getpid())); }
+  static double MaxMicros() { return run->stats.value("/callback_us/max"_json_pointer, 1e9); }
+  static bool OnTime() { return MaxMicros() < 0.5e6 * 256 / kRate; }
+  void SkipIfStarved() {
+    if (kSanitized) GTEST_SKIP() << "real time is judged on the build without sanitizers";
+    if (starved) GTEST_SKIP() << "the server missed periods in every attempt while velapo kept time: too loaded";
+  }
+  // The level over the last half second before the next step (or the end).
+  double Level(Scenario::Step step) const {
+    const uint64_t to = step + 1 == Scenario::kSteps ? run->capture.size() : run->at[step + 1];
+    return Db(run->capture, to - kRate / 2, to, kToneLevel / std::sqrt(2.0));
+  }
+
+  static inline std::unique_ptr<Scenario> run;
+  static inline std::string skip;
+  static inline bool starved = false;
+};
+
+TEST_F(LiveRun, CtrlCEndsTheRunInOrderAndLeavesTheStoreReadable) {
+  EXPECT_EQ(run->hostExit, 0) << ReadText(run->dir / "host.err");
+  ASSERT_TRUE(run->stats.is_object()) << "no summary written";
+  EXPECT_EQ(RunCtl(run->dir / "store", "settings get MFX-Volume:Gain-Level --mode Music"), 0);
+}
+
+TEST_F(LiveRun, TheLevelFollowsTheGainTheProcessingSwitchAndARestart) {
+  ASSERT_GT(run->capture.size(), run->at[Scenario::kPeriod]);
+  const double before = Db(run->capture, run->at[Scenario::kGain] - kRate / 2, run->at[Scenario::kGain],
+                           kToneLevel / std::sqrt(2.0));
+  EXPECT_NEAR(Level(Scenario::kGain) - before, -6.0, 0.5);
+  // Off, the output is the tone as it was fed.
+  EXPECT_NEAR(Level(Scenario::kOff), 0.0, 0.1);
+  EXPECT_GT(std::fabs(Level(Scenario::kOn)), 1.0) << "processing came back on";
+  // A new period size: a new object, which processes rather than passes.
+  ASSERT_TRUE(run->periodChanged);
+  EXPECT_EQ(run->stats["restarts"], 1);
+  EXPECT_EQ(run->stats["period_frames"], 512);
+  EXPECT_GT(std::fabs(Level(Scenario::kPeriod)), 1.0);
+}
+
+// A sine of amplitude A moves at most 2 A sin(pi f / fs) from one sample to
+// the next, and a fade between chains changes A slowly; a gap, a repeated
+// period or an unfaded switch breaks that.
+TEST_F(LiveRun, NoDiscontinuityThroughTheChanges) {
+  SkipIfStarved();
+  if (IsSkipped()) return;
+  const std::vector<float>& x = run->capture;
+  const double step = 2 * std::sin(M_PI * kToneHz / kRate);
+  const uint64_t cycle = kRate / kToneHz, from = run->at[Scenario::kGain] - kRate, to = run->at[Scenario::kPeriod];
+  // The amplitude near i: the peak of i's cycle and of its neighbours.
+  std::vector<float> peaks(to / cycle + 1, 0.0f);
+  for (uint64_t i = from; i < to; ++i) peaks[i / cycle] = std::max(peaks[i / cycle], std::fabs(x[i]));
+  uint64_t jumps = 0, first = 0;
+  for (uint64_t i = from + cycle; i + cycle < to; ++i) {
+    const uint64_t c = i / cycle;
+    const float peak = std::max({peaks[c - 1], peaks[c], peaks[c + 1]});
+    if (std::fabs(x[i] - x[i - 1]) > step * peak * 1.1 + 1e-5 && jumps++ == 0) first = i;
+  }
+  EXPECT_EQ(jumps, 0u) << "first at " << double(first) / kRate << " s";
+}
+
+TEST_F(LiveRun, NoXrunsNorAllocationsOnTheCallbackOutsideTheEnginesFirstFades) {
+  EXPECT_EQ(run->stats["dropped_log_lines"], 0);
+  // The bridge allocates nothing (liveengine_test); the engine still grows a
+  // block's store the first time a newly built chain is faded in. Every
+  // steady period and every later fade allocates nothing.
+  EXPECT_LE(run->stats["allocations"]["allocating_periods"].get<uint64_t>(), 2u) << run->stats.dump();
+  SkipIfStarved();
+  if (IsSkipped()) return;
+  EXPECT_TRUE(OnTime()) << "velapo's longest callback took " << MaxMicros() << " us";
+  EXPECT_EQ(run->xruns, 0u);
+}
+
+TEST(LiveServer, MissingOrGoneServerEndsTheRunWithCode3AndWhy) {
+  const fs::path dir = fs::temp_directory_path() / ("velapo-live-server-" + std::to_string(getpid()));
+  fs::create_directories(dir);
+  setenv("JACK_DEFAULT_SERVER", "velapo-nobody", 1);
+  Child lonely, jackd, host;
+  ASSERT_TRUE(lonely.Spawn({VELAPO_HOST_EXE, "live", "-q"}, dir, "lonely"));
+  EXPECT_EQ(lonely.Wait(), 3);
+  EXPECT_NE(ReadText(dir / "lonely.err").find("no JACK server is running"), std::string::npos);
+  if (const std::string why = StartServer(jackd, dir); !why.empty()) GTEST_SKIP() << "no JACK server: " << why;
+  ASSERT_TRUE(host.Spawn({VELAPO_HOST_EXE, "live"}, dir, "host"));
+  ASSERT_TRUE(WaitForText(dir / "host.out", "Ctrl-C ends it")) << ReadText(dir / "host.err");
+  kill(jackd.pid, SIGTERM);
+  EXPECT_EQ(host.Wait(), 3);
+  EXPECT_NE(ReadText(dir / "host.err").find("the JACK server went away"), std::string::npos) << ReadText(dir / "host.err");
+  fs::remove_all(dir);
+}
+
+}  // namespace
