@@ -9,9 +9,9 @@
 // their memory from malloc, which the sanitizers still watch, and count each
 // call on the calling thread. A plain integer in thread-local storage needs
 // no initialisation that could itself allocate through operator new. The
-// library's array, sized and nothrow-delete forms all forward to these; no
-// code here allocates over-aligned memory, so the aligned forms stay the
-// library's own.
+// sanitizers pair every form of new with its delete, so each non-aligned
+// form is replaced; no code here allocates over-aligned memory, so the
+// aligned forms stay the library's own.
 
 namespace {
 
@@ -49,6 +49,9 @@ void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     return nullptr;
   }
 }
+void* operator new[](std::size_t size) { return operator new(size); }
 void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept { return operator new(size, tag); }
 void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+void operator delete[](void* memory) noexcept { std::free(memory); }
+void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
