@@ -7,7 +7,6 @@
 #include <limits>
 #include <optional>
 
-#include "support/zorlogcapture.h"
 #include "engine/zortestmediatype.h"
 
 namespace {
@@ -92,18 +91,12 @@ INSTANTIATE_TEST_SUITE_P(
         C{"AboveTopRateFails", kRender, kIn, F(2, 192000.5f), kAny, kRefused},
         C{"RateTestReadsTheRequest", kRender, kIn, F(2, 384000), F(2, 48000), kRefused},
         C{"ProposalRateUnchecked", kRender, kIn, F(2, 48000), F(2, 384000), S_FALSE},
-        C{"ZeroRatePasses", kRender, kIn, F(2, 0), kAny, S_OK},
-        C{"NegativeRatePasses", kRender, kOut, F(2, -1), kAny, S_OK},
         C{"NaNRateFails", kRender, kIn, F(2, kNaN), kAny, kRefused},
-        C{"SevenOneAny", kRender, kIn, F(8, 44100), kAny, S_OK},
         C{"ValidBits24Fails", kRender, kIn, F(2, 48000, 24, 4), kAny, kRefused},
         C{"ContainerIgnored", kRender, kIn, F(2, 48000, 32, 3), kAny, S_OK},
         C{"IntegerRefused", kRender, kIn, Pcm(2, 48000), kAny, kRefused},
-        C{"MonoRenderFails", kRender, kIn, F(1, 48000), kAny, kRefused},
         C{"EightOutAgainstTwoIn", kRender, kOut, F(8, 48000), F(2, 48000), S_OK},
         C{"FiveChannelOppositeFails", kRender, kIn, F(2, 48000), F(5, 48000), kRefused},
-        C{"CaptureEightFails", kCapture, kIn, F(8, 48000), kAny, kRefused},
-        C{"CaptureMonoPasses", kCapture, kIn, F(1, 48000), kAny, S_OK},
         C{"CaptureZeroPasses", kCapture, kOut, F(0, 48000), F(2, 48000), S_OK},
         C{"CaptureRateDiffers", kCapture, kOut, F(1, 16000), F(2, 48000), S_FALSE},
         C{"CompressedRequest", kRender, kIn, F(2, 48000), kAny, kRefused, Faults{.compressed = 1}},
@@ -113,22 +106,11 @@ INSTANTIATE_TEST_SUITE_P(
         C{"OppositeFormatFails", kRender, kIn, F(2, 48000), F(2, 48000), E_FAIL, Faults{}, Faults{.uncompressedQuery = E_FAIL}}),
     [](const testing::TestParamInfo<NegotiationCase>& row) { return std::string(row.param.name); });
 
-TEST(NegotiationTest, NullsAreRefusedAndOnlyRenderInputLogsAVerdict) {
+TEST(NegotiationTest, NullsAreRefused) {
   ZORTestMediaType* request = ZORTestMediaType::Create(F(2, 44100));
   IAudioMediaType* supported = nullptr;
   EXPECT_EQ(ZORAPOFormatRules::Negotiate(Family::Render, Direction::Input, nullptr, nullptr, &supported), E_POINTER);
   EXPECT_EQ(ZORAPOFormatRules::Negotiate(Family::Render, Direction::Input, nullptr, request, nullptr), E_POINTER);
-  for (const Family family : {Family::Render, Family::Capture}) {
-    for (const Direction direction : {Direction::Input, Direction::Output}) {
-      ZORLogCapture log;
-      ASSERT_EQ(ZORAPOFormatRules::Negotiate(family, direction, nullptr, request, &supported), S_OK);
-      supported->Release();
-      const bool render = family == Family::Render, input = direction == Direction::Input;
-      EXPECT_EQ(log.Count("Proposed output format is 'ANY'"), render && input ? 1u : 0u);
-      EXPECT_EQ(log.Count("Proposed Input format is 'ANY'"), render && !input ? 1u : 0u);
-      EXPECT_EQ(log.Count("ACCEPTED"), render && input ? 1u : 0u);
-    }
-  }
   EXPECT_EQ(request->Release(), 0u);
 }
 

@@ -71,46 +71,6 @@ TEST_F(ZORAPOProcessChainTest, EveryPathRunsInPlaceAndApart) {
   }
 }
 
-TEST_F(ZORAPOProcessChainTest, AShapelessOutputBecomesTheChainsBlock) {
-  chain.BuildFromStages(2, 48000, true, stages);
-  // Mono in, an output without a shape yet: the output becomes the chain's
-  // block, with the one channel in front and silence beside it.
-  ZORAudioDataFloat mono = NoiseBlock(10, 1, 4);
-  ZORAudioDataFloat shapeless;
-  chain.Process(mono, shapeless, nullptr);
-  EXPECT_EQ(stage.seen, &shapeless);
-  ASSERT_EQ(shapeless.GetChannels(), 2u);
-  ASSERT_EQ(shapeless.GetFrames(), 10u);
-  const std::vector<float> m = Interleaved(mono);
-  const std::vector<float> s = Interleaved(shapeless);
-  for (uint32_t f = 0; f < 10; ++f) {
-    EXPECT_EQ(s[f * 2], m[f] * 2.0f);
-    EXPECT_EQ(s[f * 2 + 1], 0.0f);
-  }
-}
-
-TEST_F(ZORAPOProcessChainTest, UnbuiltOrBypassedChainTakesTheBypassPath) {
-  auto expectPassedThrough = [&](const char* what) {
-    ZORAudioDataFloat input = NoiseBlock(16, 2, 5);
-    ZORAudioDataFloat output;
-    output.Allocate(64, 2, 48000);
-    chain.Process(input, output, nullptr);
-    EXPECT_EQ(output.GetFrames(), 16u) << what << ": the bypass path takes the input's frames";
-    EXPECT_EQ(Interleaved(output), Interleaved(input)) << what;
-  };
-
-  expectPassedThrough("never built");
-  chain.BuildFromStages(2, 48000, true, stages);
-  chain.SetChainBypass(true);
-  EXPECT_TRUE(chain.GetChainBypass());
-  expectPassedThrough("bypassed");
-  chain.SetChainBypass(false);
-  chain.ResetChain();
-  EXPECT_FALSE(chain.IsBuilt());
-  expectPassedThrough("reset");
-  EXPECT_EQ(stage.seen, nullptr) << "the tuned path never ran";
-}
-
 TEST_F(ZORAPOProcessChainTest, OnlyACaptureChainFeedsThePipeOnTheBypassPath) {
   for (bool isRender : {true, false}) {
     ZORAPOProcessChain fresh;
@@ -137,35 +97,6 @@ TEST_F(ZORAPOProcessChainTest, OnlyACaptureChainFeedsThePipeOnTheBypassPath) {
     ASSERT_EQ(hook.calls.size(), 1u);
     EXPECT_EQ(hook.calls[0].first, isRender);
   }
-}
-
-TEST_F(ZORAPOProcessChainTest, AnInternalRateRunsTheStagesThereAndKeepsTheHostsFrames) {
-  ASSERT_TRUE(chain.BuildFromStages(2, 44100, true, stages, 48000));
-  EXPECT_EQ(chain.GetRate(), 48000u);
-  EXPECT_EQ(chain.GetTunedLatency(), 5u) << "the cushion, at no stage latency";
-  EXPECT_EQ(stage.initRate, 48000u);
-  EXPECT_EQ(stage.initChannels, 2u);
-
-  // Six channels in and out: the width fit and the rate change together.
-  for (int block = 0; block < 5; ++block) {
-    ZORAudioDataFloat input = NoiseBlock(441, 6, 20 + block);
-    input.SetSampleRate(44100);
-    ZORAudioDataFloat output;
-    output.Allocate(441, 6, 44100);
-    chain.Process(input, output, nullptr);
-    EXPECT_EQ(stage.frames.back(), 480u);
-    EXPECT_EQ(stage.rate, 48000u);
-    EXPECT_EQ(output.GetFrames(), 441u);
-    EXPECT_EQ(output.GetChannels(), 6u);
-  }
-
-  // Without an internal rate the chain runs at the stream's.
-  ASSERT_TRUE(chain.BuildFromStages(2, 44100, true, stages));
-  EXPECT_EQ(chain.GetRate(), 44100u);
-  EXPECT_EQ(chain.GetTunedLatency(), 0u);
-  EXPECT_EQ(stage.initRate, 44100u);
-  chain.ResetChain();
-  EXPECT_EQ(chain.GetRate(), 0u);
 }
 
 TEST_F(ZORAPOProcessChainTest, ABuildStartsFromOneCushionHoweverOftenItIsRebuilt) {

@@ -10,6 +10,7 @@
 
 #include "allocationcounter.h"
 #include "audio/zoraudiodatafloat.h"
+#include "audiotesting.h"
 
 namespace {
 
@@ -30,7 +31,6 @@ class NegatingStage : public ZORAudioProcessBlock {
   uint32_t calls = 0;
   IZORAudioData<float>* lastBlock = nullptr;
   std::vector<uint32_t> lastRoles;
-  uint32_t lastFrames = 0;
   uint32_t lastRate = 0;
   std::vector<uint32_t> tagsOnEntry;
 
@@ -38,7 +38,6 @@ class NegatingStage : public ZORAudioProcessBlock {
   void ProcessBlock(IZORAudioData<float>* data) override {
     ++calls;
     lastBlock = data;
-    lastFrames = data->GetFrames();
     lastRate = data->GetSampleRate();
     tagsOnEntry.push_back(data->GetUserTag());
     lastRoles.clear();
@@ -95,16 +94,9 @@ TEST(ZORAudioProcessBlock, RandomHostSizesKeepTheSampleSequence) {
   constexpr uint32_t kBlock = 32;
   constexpr uint32_t kChannels = 3;
   std::mt19937 random(1234);
-  std::uniform_int_distribution<uint32_t> size(0, 5 * kBlock);
-  std::uniform_real_distribution<float> value(-1.0f, 1.0f);
   std::vector<uint32_t> hostSizes(97);
-  for (uint32_t& frames : hostSizes) {
-    frames = size(random);
-  }
-  std::vector<float> input(kChannels * 6000);
-  for (float& sample : input) {
-    sample = value(random);
-  }
+  for (uint32_t& frames : hostSizes) frames = random() % (5 * kBlock + 1);
+  const std::vector<float> input = velapo::test::Noise(kChannels * 6000, 1234);
   NegatingStage stage(kBlock);
   stage.Init(kChannels, 48000);
   EXPECT_EQ(RunStream(stage, input, kChannels, hostSizes),

@@ -86,31 +86,6 @@ TEST(ZORAudioProcessDelay, ChangingTheDelayWhileRunning) {
   EXPECT_EQ(Through(delay, {18, 19, 20}), (Floats{14, 15, 18}));
 }
 
-// Delay 0 touches nothing (an interleaved block stays interleaved); a delay
-// set before any Init has no lines and only reports its figure, as a chain's
-// bypass path uses it; channels beyond the lines pass; a new line starts
-// silent while an old one keeps its samples.
-TEST(ZORAudioProcessDelay, ChannelsWithoutLinesPassAndLinesFollowInit) {
-  ZORAudioProcessDelay delay;
-  delay.Init(2, 48000);
-  const Floats samples{1, 10, 2, 20, 3, 30};
-  ZORAudioDataFloat data;
-  data.AssignMemory(samples.data(), 3, 2, true, 48000);
-  delay.Process(&data);
-  EXPECT_FALSE(data.HoldsPlanar());
-
-  ZORAudioProcessDelay figureOnly;
-  figureOnly.SetDelay(1);
-  EXPECT_EQ(figureOnly.GetChannelCount(), 0u);
-  EXPECT_EQ(Through(figureOnly, samples, 2), samples);
-  figureOnly.Init(3, 48000);
-  figureOnly.Init(1, 48000);  // surplus lines go
-  EXPECT_EQ(figureOnly.GetChannelCount(), 1u);
-  EXPECT_EQ(Through(figureOnly, samples, 2), (Floats{0, 10, 1, 20, 2, 30}));
-  figureOnly.Init(2, 48000);
-  EXPECT_EQ(Through(figureOnly, samples, 2), (Floats{3, 0, 1, 10, 2, 20}));
-}
-
 TEST(ZORAudioProcessDelay, ProcessDoesNotAllocate) {
   ZORAudioProcessDelay delay;
   delay.Init(2, 48000);

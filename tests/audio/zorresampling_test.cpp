@@ -1,7 +1,7 @@
 // Resampling, over rate pairs: formats refused, a stream converting alike in
 // any pieces and within the room given, the format block byte for byte, the
 // chain's FIFO keeping the host's frames (cushion, short and long deliveries,
-// no allocation) and the tone surviving the round trip.
+// no allocation) and no alias on the way down.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -17,7 +17,6 @@
 #include "audio/zorsamplerateconvert.h"
 #include "audiotesting.h"
 #include "platform/resamplerformat.h"
-#include "support/zorlogcapture.h"
 
 namespace {
 
@@ -51,68 +50,8 @@ std::vector<float> ConvertInPieces(ZORSampleRateConvert& convert, const std::vec
   return output;
 }
 
-// Least-squares fit of a·sin + b·cos + c at `frequency` to channel 0 after
-// the filters settled; returns the residual against the tone's level (THD+N)
-// and the fitted amplitude.
+// Frames left out while the filters settle.
 constexpr size_t kSettleFrames = 4096;
-struct ToneFit {
-  double amplitude, residualDb;
-};
-ToneFit FitTone(const std::vector<float>& samples, double frequency, double rate) {
-  const size_t frames = samples.size() / 2;
-  const auto basis = [&](size_t f, int k) {
-    const double phase = 2.0 * std::numbers::pi * frequency * static_cast<double>(f) / rate;
-    return k == 0 ? std::sin(phase) : k == 1 ? std::cos(phase) : 1.0;
-  };
-  double m[3][4] = {};
-  for (size_t f = kSettleFrames; f < frames; ++f) {
-    for (int r = 0; r < 3; ++r) {
-      for (int c = 0; c < 3; ++c) m[r][c] += basis(f, r) * basis(f, c);
-      m[r][3] += basis(f, r) * samples[f * 2];
-    }
-  }
-  for (int p = 0; p < 3; ++p) {
-    for (int r = p + 1; r < 3; ++r) {
-      const double k = m[r][p] / m[p][p];
-      for (int c = p; c < 4; ++c) m[r][c] -= k * m[p][c];
-    }
-  }
-  double x[3];
-  for (int p = 2; p >= 0; --p) {
-    x[p] = m[p][3];
-    for (int c = p + 1; c < 3; ++c) x[p] -= m[p][c] * x[c];
-    x[p] /= m[p][p];
-  }
-  double residual = 0.0;
-  for (size_t f = kSettleFrames; f < frames; ++f) {
-    const double e = samples[f * 2] - (x[0] * basis(f, 0) + x[1] * basis(f, 1) + x[2]);
-    residual += e * e;
-  }
-  const double amplitude = std::hypot(x[0], x[1]);
-  const double rms = std::sqrt(residual / static_cast<double>(frames - kSettleFrames));
-  return {amplitude, 20.0 * std::log10(rms / (amplitude / std::numbers::sqrt2))};
-}
-
-// Half a second at `rate` through a chain running at `internalRate`, in
-// 10 ms blocks, each of which must keep its frame count.
-std::vector<float> RoundTrip(const std::vector<float>& input, uint32_t rate, uint32_t internalRate) {
-  ZORAudioProcessResampleChain chain;
-  chain.SetInternalRate(internalRate);
-  EXPECT_TRUE(chain.Init(2, rate));
-  const uint32_t block = rate / 100;
-  std::vector<float> output;
-  ZORAudioDataFloat data;
-  for (size_t at = 0; at + size_t{block} * 2 <= input.size(); at += size_t{block} * 2) {
-    data.AssignMemory(input.data() + at, block, 2, true, rate);
-    chain.Process(&data);
-    EXPECT_EQ(data.GetFrames(), block);
-    const std::vector<float> out = Interleaved(data);
-    output.insert(output.end(), out.begin(), out.end());
-  }
-  EXPECT_EQ(chain.GetPaddedFrames(), 0u);
-  EXPECT_EQ(chain.GetDroppedFrames(), 0u);
-  return output;
-}
 
 std::vector<float> Feed(ZORAudioProcessResampleChain& chain, ZORAudioDataFloat& data,
                         const std::vector<float>& samples, uint32_t channels, uint32_t rate) {
@@ -180,30 +119,14 @@ TEST(ZORSampleRateConvert, NeverWritesPastTheRoomGiven) {
   EXPECT_TRUE(std::all_of(output.begin() + 20, output.end(), [](float s) { return s == kGuard; }));
 }
 
-// Windows may lack the media object (or fail to create it without COM) and
-// then converts on the fallback with one line in the log; Linux has none.
-TEST(ZORSampleRateConvert, LogsWhenThePlatformsObjectIsMissing) {
-  zor::os::Resampler probe;
-  ASSERT_TRUE(probe.SetFormat(44100, 48000, 2));
-  const size_t expected = probe.MediaObjectUnavailable() ? 1 : 0;
-  ZORLogCapture log;
-  ZORSampleRateConvert convert;
-  ASSERT_EQ(convert.SetFormat(44100, 48000, 2), ZORSampleRateConvert::kFormatSetUp);
-  ASSERT_EQ(convert.SetFormat(44100, 48000, 2), ZORSampleRateConvert::kFormatUnchanged);
-  EXPECT_EQ(log.Count("ZORSampleRateConvert::InitMediaObject Failed to initialize DMO object.\n"), expected);
-  EXPECT_EQ(log.Lines().size(), expected);
-}
-
 TEST(ZORResampleHandler, ConvertsBlocksToTheOutputsRateAndRefusesUnsetRates) {
   ZORResampleHandler handler;
   EXPECT_FALSE(handler.Init(44100, 48000, 0));
   ASSERT_TRUE(handler.Init(44100, 48000, 2));
-  const std::vector<float> stream = Sine(441 * 20, 2, 1000.0, 44100.0);
   ZORAudioDataFloat output;
   output.SetSampleRate(48000);
-  for (int block = 0; block < 20; ++block) {
-    ZORAudioDataFloat input =
-        Wrap(std::vector<float>(stream.begin() + block * 882, stream.begin() + (block + 1) * 882), 2, 44100);
+  for (int block = 0; block < 3; ++block) {
+    ZORAudioDataFloat input = Wrap(Sine(441, 2, 1000.0, 44100.0, size_t{441} * block), 2, 44100);
     ASSERT_TRUE(handler.Convert(input, output));
     EXPECT_EQ(output.GetFrames(), 480u) << "block " << block;
   }
@@ -316,29 +239,6 @@ TEST(ZORAudioProcessResampleChain, KeepsTheHostsFrameCountWithoutAllocating) {
   }
 }
 
-// At equal rates the conversions are copies: the output is the input late
-// by exactly the cushions laid.
-TEST(ZORAudioProcessResampleChain, EveryInitLaysAnotherCushion) {
-  ZORAudioProcessResampleChain chain;
-  chain.SetInternalRate(48000);
-  ASSERT_TRUE(chain.Init(2, 48000));
-  ASSERT_TRUE(chain.Init(2, 48000));
-  EXPECT_EQ(chain.GetLatency(), 5u) << "the reported figure is one cushion";
-  std::vector<float> input;
-  std::vector<float> output;
-  ZORAudioDataFloat data;
-  for (uint32_t block = 0; block < 3; ++block) {
-    const std::vector<float> samples = Ramp(64, 2, block * 64);
-    input.insert(input.end(), samples.begin(), samples.end());
-    const std::vector<float> out = Feed(chain, data, samples, 2, 48000);
-    output.insert(output.end(), out.begin(), out.end());
-  }
-  for (size_t i = 0; i < output.size(); ++i) ASSERT_EQ(output[i], i < 20 ? 0.0f : input[i - 20]) << i;
-  chain.ResetFifo();
-  ASSERT_TRUE(chain.Init(2, 48000));
-  EXPECT_EQ(chain.GetFifoFrames(), 5u);
-}
-
 // A stage that loses 20 frames once: the FIFO holds 5, gets 460, must give
 // 480, and pads the last 15 with silence, never with what it doesn't hold.
 TEST(ZORAudioProcessResampleChain, AShortDeliveryIsPaddedAndALongOneBounded) {
@@ -371,18 +271,6 @@ TEST(ZORAudioProcessResampleChain, AShortDeliveryIsPaddedAndALongOneBounded) {
   EXPECT_GT(over.GetDroppedFrames(), 0u);
 }
 
-TEST(ZORAudioProcessResampleChain, ANewWidthStartsTheFifoAfresh) {
-  ZORAudioProcessResampleChain chain;
-  chain.SetInternalRate(48000);
-  ASSERT_TRUE(chain.Init(2, 48000));
-  ZORAudioDataFloat data;
-  Feed(chain, data, Ramp(32, 2, 0), 2, 48000);
-  const std::vector<float> mono = Ramp(32, 1, 100);
-  const std::vector<float> out = Feed(chain, data, mono, 1, 48000);
-  ASSERT_EQ(out.size(), 32u);
-  for (size_t i = 0; i < out.size(); ++i) ASSERT_EQ(out[i], i < 5 ? 0.0f : mono[i - 5]) << i;
-}
-
 TEST(ZORAudioProcessResampleChain, FailuresPassTheBlockAsItIs) {
   ZORAudioProcessResampleChain chain;
   RecordingStage stage;
@@ -402,18 +290,6 @@ TEST(ZORAudioProcessResampleChain, FailuresPassTheBlockAsItIs) {
   chain.SetBypass(true);
   EXPECT_EQ(Feed(chain, data, samples, 2, 44100), samples);
   EXPECT_EQ(stage.seen, nullptr);
-}
-
-// Through the internal rate and back: flat within a fifth of a decibel to
-// 16 kHz and nothing but the tone above -95 dB.
-TEST(ZORResampleQuality, RoundTripIsFlatAndClean) {
-  for (const RatePair& pair : {kPairs[0], kPairs[1]}) {
-    for (double tone : {20.0, 1000.0, 10000.0, 16000.0}) {
-      const ToneFit fit = FitTone(RoundTrip(Sine(pair.from / 2, 2, tone, pair.from), pair.from, pair.to), tone, pair.from);
-      EXPECT_NEAR(20.0 * std::log10(fit.amplitude / 0.5), 0.0, 0.2) << tone << " Hz at " << pair.from;
-      EXPECT_LE(fit.residualDb, -95.0) << tone << " Hz at " << pair.from;
-    }
-  }
 }
 
 

@@ -73,22 +73,6 @@ TEST(ZORRingBuffer, BehavesAsABoundedQueueUnderRandomWritesAndReads) {
   }
 }
 
-TEST(ZORRingBuffer, EdgeCasesOfSetUp) {
-  ZORRingBuffer<float> ring;
-  float sample = 1.0f;
-  EXPECT_EQ(ring.WriteSamples(&sample, 1), 0u);  // no channels yet
-  ring.Allocate(8, 2, false);
-  EXPECT_EQ(ring.WriteSamples(nullptr, 4) + ring.WriteSamples(&sample, 0), 0u);
-  ring.Allocate(8, 2, true);  // full of silence
-  EXPECT_EQ(ring.GetReadableFrames(), 8u);
-  EXPECT_TRUE(ring.GetRingChannel(1)->wrapped);
-  std::vector<float> out(8, 1.0f);
-  EXPECT_EQ(ring.ReadSamples(out.data(), 8), 8u);
-  EXPECT_EQ(out, std::vector<float>(8, 0.0f));
-  ring.Reset(false);
-  EXPECT_EQ(ring.GetRingChannel(1)->ReadableSamples(), 0u);
-}
-
 TEST(ZORRingBuffer, ViewsOfAnyWidthKeepTheChannelsInLockstep) {
   ZORRingBuffer<float> ring;
   ring.Allocate(8, 2, false);

@@ -110,24 +110,3 @@ TEST(ZORXFadeFunction, MixesFrameByFrameAfterTheDelayAndLeavesFramesAfterTheFade
     EXPECT_EQ(fade.GetPosition(), 0.0f);
   }
 }
-
-TEST(ZORXFadeFunction, BlocksOfDifferentShapeMixOnlyWhatBothHold) {
-  ZORXFadeFunction fade;
-  fade.Init(48000, kFadeTime, 0);
-  ZORAudioDataFloat oldBlock = Block(0, 10, 2, OldSample);
-  ZORAudioDataFloat newBlock = Block(0, 8, 1, NewSample);
-  fade.Process(oldBlock, newBlock);
-  EXPECT_FLOAT_EQ(fade.GetPosition(), 8.0f / 3072.0f);
-  const float* d = newBlock.GetData(false, true);
-  const float g = ReferenceGain(0, 3072);
-  EXPECT_EQ(d[0], OldSample(0, 0) * (1.0f - g) + g * NewSample(0, 0));
-  newBlock.ReleaseData();
-
-  // Frames without channels still move the fade on.
-  ZORAudioDataFloat emptyOld;
-  ZORAudioDataFloat emptyNew;
-  emptyOld.Allocate(100, 0, 48000);
-  emptyNew.Allocate(100, 0, 48000);
-  fade.Process(emptyOld, emptyNew);
-  EXPECT_FLOAT_EQ(fade.GetPosition(), 108.0f / 3072.0f);
-}

@@ -1,4 +1,4 @@
-// Debug output: sinks, nested captures, sink exchange racing writers, and
+// Debug output: sinks, sink exchange racing writers, and
 // whole lines on standard error.
 #include "platform/debugoutput.h"
 
@@ -13,7 +13,6 @@
 #include <utility>
 #include <vector>
 
-#include "support/zorlogcapture.h"
 
 namespace {
 
@@ -46,23 +45,6 @@ TEST(DebugOutput, SinkReceivesNarrowAndWideLinesAsUtf8) {
   EXPECT_EQ(recorder.lines[0], std::make_pair(std::string("plain line\n"), false));
   EXPECT_EQ(recorder.lines[1],
             std::make_pair(std::string("wide \xC3\xA9\xF0\x9F\x98\x80\n"), true));
-}
-
-TEST(DebugOutput, CapturesNestAndRestoreTheOuterOne) {
-  ZORLogCapture outer;
-  zor::os::DebugOutputNarrow("first\n");
-  {
-    ZORLogCapture inner;
-    zor::os::DebugOutputNarrow("second\n");
-    EXPECT_EQ(inner.Lines(), std::vector<std::string>{"second\n"});
-    inner.Clear();
-    EXPECT_TRUE(inner.Lines().empty());
-  }
-  zor::os::DebugOutputWide(u"third\n");
-  EXPECT_EQ(outer.Lines(), (std::vector<std::string>{"first\n", "third\n"}));
-  EXPECT_TRUE(outer.Contains("thi"));
-  EXPECT_EQ(outer.Count("ir"), 2u);
-  EXPECT_FALSE(outer.Contains("second"));
 }
 
 TEST(DebugOutput, ReplacedSinkIsNeverEnteredOnceTheExchangeReturns) {

@@ -17,10 +17,6 @@
 #include "platform/text.h"
 #include "registrytestarea.h"
 
-#if defined(_WIN32)
-#include "platform/dynamiclibrary.h"
-#endif
-
 using zor::os::Event;
 using zor::os::EventReset;
 using zor::os::RegKey;
@@ -273,51 +269,3 @@ TEST_F(Registry, SecurityDescriptorTextIsUnderstoodAndNeedsWriteDac) {
   EXPECT_TRUE(refused.converted);
   EXPECT_EQ(refused.status, RegStatus::AccessDenied);
 }
-
-#if defined(_WIN32)
-// What the registry does under Wine 8, where the Windows build's tests run.
-// A key opened with KEY_WOW64_64KEY (as the engine opens its settings keys)
-// is signalled like any other. What Wine leaves out: a write that leaves a
-// value's type and data as they were signals nothing (Windows and the POSIX
-// store report it), and a watcher on a key that is deleted is not signalled.
-// Pinned here so that a Wine that changes, or a Windows that differs, shows.
-TEST_F(Registry, WineSignalsWow64KeysButNotUnchangedWritesOrDeletedKeys) {
-  zor::os::DynamicLibrary ntdll;
-  ASSERT_TRUE(ntdll.Load("ntdll.dll"));
-  const bool underWine = ntdll.FindSymbol("wine_get_version") != nullptr;
-
-  RegKey writer = Create(u"Wow64");
-  RegKey other = Create(u"Other");
-  ASSERT_EQ(writer.WriteDword(u"Value", 1), RegStatus::Ok);
-  RegKey flagged;
-  ASSERT_EQ(RegKey::Open(area.Path(u"Wow64"),
-                         zor::os::kKeyQueryValue | zor::os::kKeyNotify | zor::os::kKeyWow64_64Key,
-                         flagged),
-            RegStatus::Ok);
-
-  Event changed(EventReset::Auto);
-  ASSERT_EQ(flagged.NotifyChange(false, zor::os::kNotifyChangeLastSet, changed), RegStatus::Ok);
-  ASSERT_EQ(writer.WriteDword(u"Value", 2), RegStatus::Ok);
-  EXPECT_TRUE(changed.Wait(kMustNotTimeOutMs));
-
-  // The same data again; a change elsewhere afterwards marks the moment by
-  // which the first would have been reported.
-  Event control(EventReset::Auto);
-  ASSERT_EQ(flagged.NotifyChange(false, zor::os::kNotifyChangeLastSet, changed), RegStatus::Ok);
-  RegKey controlWatch = Watch(u"Other", false, zor::os::kNotifyChangeLastSet, control);
-  ASSERT_EQ(writer.WriteDword(u"Value", 2), RegStatus::Ok);
-  ASSERT_EQ(other.WriteDword(u"Value", 1), RegStatus::Ok);
-  ASSERT_TRUE(control.Wait(kMustNotTimeOutMs));
-  EXPECT_EQ(changed.Wait(underWine ? 0 : kMustNotTimeOutMs), !underWine);
-
-  Event deleted(EventReset::Auto);
-  Event removed(EventReset::Auto);
-  RegKey leafWatch = Watch(u"Other", false, zor::os::kNotifyChangeLastSet, deleted);
-  RegKey parentWatch = Watch({}, false, zor::os::kNotifyChangeName, removed);
-  ASSERT_EQ(Create({}).DeleteSubKeyTree(u"Other"), RegStatus::Ok);
-  ASSERT_TRUE(removed.Wait(kMustNotTimeOutMs));
-  EXPECT_EQ(deleted.Wait(underWine ? 0 : kMustNotTimeOutMs), !underWine);
-  leafWatch.Close();
-  flagged.Close();
-}
-#endif

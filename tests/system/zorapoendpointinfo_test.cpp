@@ -8,7 +8,6 @@
 
 #include "config/zorapomodulepaths.h"
 #include "endpointfixture.h"
-#include "support/zorlogcapture.h"
 
 namespace {
 
@@ -162,26 +161,6 @@ TEST_F(EndpointInfo, PresetsFileReplacesOnlyTheDefaultConfigurationOfARenderEndp
   EXPECT_TRUE(m_info->GetPresetsPath().empty());
 }
 
-TEST_F(EndpointInfo, CopiesShareTheDeviceButNotTheFallbackOrSubsystem) {
-  RefreshWith([](const std::u16string& e) { WriteText(e + u"\\Properties", kRow(u"5"), u"Software\\Nowhere"); }, true,
-              {{kHardwareIds, u"PCI\\SUBSYS_12345678"}});
-  EXPECT_EQ(m_info->GetSubsystemId(), u"12345678");
-  const ULONG refs = m_device->refs;
-  {
-    ZORAPOEndpointInfo copy(*m_info);
-    EXPECT_EQ(m_device->refs, refs + 1);
-    EXPECT_EQ(copy.GetSettingsKeyPath(), m_info->GetSettingsKeyPath());
-    EXPECT_TRUE(copy.GetFallbackKeyPath().empty());
-    ZORAPOEndpointInfo assigned;
-    assigned = *m_info;
-    EXPECT_EQ(m_device->refs, refs + 2);
-  }
-  EXPECT_EQ(m_device->refs, refs);
-  m_info->Reset();
-  EXPECT_EQ(m_device->refs, refs - 1);
-  EXPECT_EQ(m_info->GetFallbackKeyPath(), u"Software\\Nowhere");
-}
-
 TEST_F(EndpointInfo, SetSysFxDisabledWritesOnlyASwitchThatExistsAsANumber) {
   RefreshWith([](const std::u16string& e) { WriteDword(e + u"\\FxProperties", kSysFx, 0); });
   EXPECT_TRUE(m_info->SetSysFxDisabled(true));
@@ -189,15 +168,6 @@ TEST_F(EndpointInfo, SetSysFxDisabledWritesOnlyASwitchThatExistsAsANumber) {
   RefreshWith([](const std::u16string& e) { WriteText(e + u"\\FxProperties", kSysFx, u"0"); });
   EXPECT_FALSE(m_info->SetSysFxDisabled(true));
   EXPECT_TRUE(m_info->SetSysFxDisabled(false));
-}
-
-TEST_F(EndpointInfo, RefreshSecuresTheSettingsKeyAndSaysHow) {
-  ZORLogCapture log;
-  RefreshWith([](const std::u16string&) {});
-  EXPECT_EQ(log.Count("ConvertStringSecurityDescriptorToSecurityDescriptor returned 1"), 1u);
-  EXPECT_EQ(log.Count("SetKeySecurity returned 0x0"), 1u);
-  zor::os::RegKey key;
-  EXPECT_EQ(zor::os::RegKey::Open(m_info->GetSettingsKeyPath(), zor::os::kKeyQueryValue, key), zor::os::RegStatus::Ok);
 }
 
 }  // namespace

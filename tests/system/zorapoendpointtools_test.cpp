@@ -13,18 +13,6 @@ using Tools = ZORAPOEndpointTools;
 
 using EndpointTools = EndpointStore;
 
-TEST_F(EndpointTools, AnswersForItsTwoInterfacesAndCountsNoReferences) {
-  Tools tools;
-  void* object = nullptr;
-  EXPECT_EQ(tools.QueryInterface(IID_IMMNotificationClient, &object), S_OK);
-  EXPECT_EQ(object, static_cast<IMMNotificationClient*>(&tools));
-  EXPECT_EQ(tools.QueryInterface(IID_IUnknown, &object), S_OK);
-  EXPECT_EQ(tools.QueryInterface(IID_IMMDevice, &object), E_NOINTERFACE);
-  EXPECT_EQ(object, nullptr);
-  EXPECT_EQ(tools.QueryInterface(IID_IUnknown, nullptr), E_NOINTERFACE);
-  EXPECT_EQ(tools.AddRef() + tools.Release() + tools.Release(), 4u);
-}
-
 TEST_F(EndpointTools, UnregisteredObserversHearNothingAndComeBackWithoutASecondEntry) {
   Tools tools;
   EndpointRecorder kept;
@@ -66,22 +54,6 @@ TEST_F(EndpointTools, CallbacksBecomeCodesOnTheWorkerAndCollapseWhileItIsBusy) {
   EXPECT_EQ(recorder.WaitFor(2), (std::vector<int32_t>{3, 0}));
   tools.OnDeviceStateChanged(zor::com::ToComText(id), DEVICE_STATE_ACTIVE);
   EXPECT_EQ(recorder.WaitFor(3), (std::vector<int32_t>{3, 0, 2}));
-}
-
-TEST_F(EndpointTools, ListsWhatThePlatformEnumeratorHolds) {
-  Tools tools;
-  std::vector<ZORAPOEndpointInfo> endpoints(1);
-  const bool listed = tools.GetEndpoints(endpoints);
-  EXPECT_EQ(listed, !endpoints.empty());
-  for (const ZORAPOEndpointInfo& endpoint : endpoints) {
-    EXPECT_TRUE(endpoint.IsRender());
-    EXPECT_FALSE(endpoint.GetEndpointGuid().IsNull());
-    EXPECT_FALSE(endpoint.GetSettingsKeyPath().empty());
-  }
-  EXPECT_TRUE(tools.Start());
-  EXPECT_TRUE(tools.Stop());
-  // Wine has no policy client; Linux refuses an info without a device id.
-  EXPECT_FALSE(tools.SetDefaultEndpoint(ZORAPOEndpointInfo()));
 }
 
 TEST_F(EndpointTools, InitFxPropertiesCreatesMissingKeysOnlyWhenSwitchedOn) {

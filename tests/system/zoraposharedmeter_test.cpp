@@ -77,14 +77,6 @@ TEST(ZORAPOSharedMeter, AClosedMeterWritesNothingAndZeroesAReadersArrayInPlace) 
   EXPECT_TRUE(meter.meter.ReadWrite(levels, false));
 }
 
-TEST(ZORAPOSharedMeter, NamesTheBlockFromTheDisplayNameAndTheIndex) {
-  EXPECT_EQ(ZORAPOSharedMeter::BlockName(u"Realtek(R) Audio Speakers", 1),
-            u"Global\\ZOR_Realtek(R) Audio Speakers_Meter_1");
-  std::u16string name;
-  ZORAPOSharedMeter::BuildName(ZORAPOEndpointInfo(), 12, name);
-  EXPECT_EQ(name, u"Global\\ZOR__Meter_12");
-}
-
 // The meter is first opened under another name: reopened, it must take the
 // new block's mutex, not keep the one it left.
 TEST(ZORAPOSharedMeter, AWriterDropsItsReadingWhileAnotherHasTheMutex) {

@@ -72,19 +72,6 @@ TEST(ZORAPOTunedSettings, AToolsBlockReachesAChainThatFollowsIt) {
   EXPECT_EQ(TextIn(seen, "Volume"), "9");
 }
 
-TEST(ZORAPOTunedSettings, TwoModesOfOneEndpointHaveTwoBlocks) {
-  const ZORAPOOperatingMode playing = UniqueMode();
-  ZORAPOOperatingMode idle = playing;
-  idle.id = ZORAPOModeId(playing.id.operatingMode.GetText(), "APO4-Headphones");
-  ZORAPOTunedSettings tool;
-  ZORAPOTunedSettings chain;
-  ASSERT_TRUE(tool.Open(kEndpoint, idle, false) && chain.Open(kEndpoint, playing, false));
-  ASSERT_TRUE(tool.WriteAll(List({{"Volume", "1"}})));
-  ZORUTSValueList seen;
-  EXPECT_TRUE(chain.ReadAll(seen, true));
-  EXPECT_EQ(TextIn(seen, "Volume"), "7");
-}
-
 // The chain knows Volume and Bass; block and public settings disagree on
 // Volume, and each brings a name the mode does not know.
 struct StackCase {
