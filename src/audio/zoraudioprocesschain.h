@@ -66,6 +66,10 @@ class ZORAudioProcessChain : public IZORAudioProcess<T> {
     }
   }
 
+ protected:
+  // The stages in list order, for chains that run them otherwise.
+  const std::vector<IZORAudioProcess<T>*>& Processes() const { return m_processes; }
+
  private:
   // Room for the usual chain, so that building one rarely reallocates.
   static constexpr size_t kReserved = 10;

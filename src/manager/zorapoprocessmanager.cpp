@@ -48,12 +48,14 @@ bool ZORAPOProcessManager::Initialize(uint32_t chIn, uint32_t chOut, uint32_t nS
                                       uint32_t contentIndex, uint32_t apoloc) {
   m_apoLocation = apoloc;
   m_worker.Stop(0);
+  StopLink();
 
   m_contentIndex = contentIndex;
   m_nChannelsIn = chIn;
   m_nChannelsOut = chOut;
   m_nSampleRate = nSampleRate;
   m_bInFadeChain = false;
+  StartLink();
   CalculateLatency();
   WriteRegistryMetrics();
 
@@ -275,10 +277,4 @@ void ZORAPOProcessManager::StaleTest(bool bSilentInput) {
   uint32_t framesOut = frames;
   Process(m_flushBuffer.data(), &framesIn, m_flushBuffer.data(), &framesOut, false);
   m_bFlushing = false;
-}
-
-// audio thread
-void ZORAPOProcessManager::OnPipeData(bool /*isRender*/, IZORAudioData<float>& data) {
-  // No pipe is ever connected here: a chain that taps it hears silence.
-  data.Clear();
 }

@@ -5,6 +5,8 @@
 //   zorapoprocessmanagersettings.cpp  binding to an endpoint, listeners,
 //                                     UpdateWorkspace, the worker, metrics
 //   zorapoprocessmanagermetering.cpp  peaks and the shared meters
+//   zorapoprocessmanagerlink.cpp      the capture pipe link and the search
+//                                     for the capture mutex
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -24,10 +26,13 @@
 #include "platform/criticalsection.h"
 #include "platform/com.h"
 #include "platform/event.h"
+#include "platform/namedmutex.h"
+#include "sidechannel/zornamedpipemarshall.h"
 #include "system/izorapoendpointnotify.h"
 #include "system/zorapoendpointinfo.h"
 #include "system/zorapoendpointtools.h"
 #include "system/zoraposharedmeter.h"
+#include "system/zorfindmutex.h"
 
 // Builds a chain for the manager's stream. The manager builds its chains from
 // the endpoint's configuration; an embedder that runs stages of its own
@@ -63,6 +68,7 @@ enum ManagerState : uint32_t {
 class ZORAPOProcessManager : public IZORAPOEndpointNotify,
                              public IZORAPOModeSelectorNotify,
                              public IZORAPOPublicSettingsNotify,
+                             public IZORFindMutexNotify,
                              public IZORAPOProcessChainPipeHook {
  public:
   // Crossfade length and flush margin, in units of 10 ns.
@@ -140,9 +146,27 @@ class ZORAPOProcessManager : public IZORAPOEndpointNotify,
   void OnPublicSettingChanged(ZORAPOPublicSettings& settings, const ZORUTSValue& value) override;
   // The capture link's mutex appeared or went.
   void OnMutexFound(bool found);
+  void OnMutexChanged(ZORFindMutex& finder, bool present) override;
 
-  // The capture pipe's tap in a chain. No pipe is connected in this system,
-  // so the block is zeroed. Audio thread.
+  // Switches the capture pipe link, for an embedder or a test: nothing in
+  // velapo calls it, so the link stays off. With `pipeEnabled` the next
+  // Initialize opens the pipe, reading on a render endpoint and writing on
+  // a capture endpoint (which also holds the capture mutex). With
+  // `followCapture` as well, a render stream plays its auto_mic mode while
+  // a capture object is locked anywhere on the machine. SetEndpoint and
+  // SetEndpointInfo clear both, so call it after them. Configuration thread.
+  void SetPipeLink(bool pipeEnabled, bool followCapture) {
+    m_bPipeEnabled = pipeEnabled;
+    m_bFollowCapture = followCapture;
+  }
+  // The link's pipe and mutex search, for an embedder or a test.
+  ZORNamedPipeMarshall& GetPipe() { return m_pipe; }
+  const ZORFindMutex& GetCaptureFinder() const { return m_findMutex; }
+
+  // The capture pipe's tap in a chain: a capture chain writes the block to
+  // the pipe, a render chain fills it from there; both chains of a fade get
+  // one and the same piece. Without a running pipe the block is zeroed.
+  // Audio thread.
   void OnPipeData(bool isRender, IZORAudioData<float>& data) override;
 
   // Binds the manager to a stream format and (re)starts it: stops the worker,
@@ -237,6 +261,10 @@ class ZORAPOProcessManager : public IZORAPOEndpointNotify,
   void CalculateLatency();
   // Counts this Initialize in the endpoint's settings key, across restarts.
   void WriteRegistryMetrics();
+  // The capture link: stopped first thing in Initialize, opened again after
+  // the format is stored when it is switched on.
+  void StopLink();
+  void StartLink();
   // Drops the listeners of the last binding.
   void UnbindListeners();
   // Peaks of `data` into `peaks` (sized ahead) and onto `meter`. Audio thread.
@@ -298,10 +326,16 @@ class ZORAPOProcessManager : public IZORAPOEndpointNotify,
   ZORAPOGlobalSettings m_globalSettings;
   std::vector<ZORUTSValue> m_contentModes;  // presets by content, in file order
   ZORAPOModeSelector m_modeSelector;
-  // The capture pipe link: nothing in this system switches it on.
+  // The capture pipe link: nothing in this system switches it on. The
+  // search calls the manager from its own thread, so it is declared after
+  // what its notification touches and dies before it.
   bool m_bPipeEnabled = false;
   bool m_bFollowCapture = false;
   std::atomic<uint32_t> m_captureFound{0};
+  ZORNamedPipeMarshall m_pipe;
+  ZORFindMutex m_findMutex;
+  ZORAudioDataFloat m_pipeAudio;  // the last block a render chain read
+  zor::os::NamedMutex m_captureMutex;
 
   // What the listeners write and the worker reads.
   std::atomic<uint32_t> m_bypassOverride{0};

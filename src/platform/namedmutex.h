@@ -26,6 +26,12 @@ namespace zor::os {
 class NamedMutex {
  public:
   enum class OpenStatus { Ok, AccessDenied, Failed };
+  // What a look at a name finds, without joining the mutex.
+  enum class Presence {
+    Present,  // some process holds a mutex of that name open
+    Denied,   // an object of that name exists, but this account may not open it
+    Absent,
+  };
   enum class WaitResult {
     Acquired,
     Abandoned,  // owned now, but the previous owner ended while holding it
@@ -45,6 +51,11 @@ class NamedMutex {
   // Opens an existing mutex only, with full access.
   OpenStatus OpenExisting(std::u16string_view name);
   bool IsOpen() const;
+
+  // Whether a mutex of that name exists now. On POSIX only a live holder
+  // keeps it: the object of a process killed while it held the mutex reads
+  // absent. Any thread; makes a few system calls.
+  static Presence Probe(std::u16string_view name);
 
   // Waits up to timeoutMs; 0 only tries. Audio thread with 0.
   WaitResult Wait(uint32_t timeoutMs);

@@ -90,6 +90,20 @@ NamedMutex::OpenStatus NamedMutex::OpenExisting(std::u16string_view name) {
 
 bool NamedMutex::IsOpen() const { return m_state->object != nullptr; }
 
+NamedMutex::Presence NamedMutex::Probe(std::u16string_view name) {
+  // Joining and leaving again tells a held object from a leftover file; the
+  // holder's protocol removes a file nobody holds on the way.
+  posix::SharedObjectHolder probe;
+  switch (probe.Open(posix::SharedObjectName(name, "x"), sizeof(SharedMutexObject), false)) {
+    case posix::SharedObjectHolder::Outcome::Opened:
+      return Presence::Present;
+    case posix::SharedObjectHolder::Outcome::AccessDenied:
+      return Presence::Denied;
+    default:
+      return Presence::Absent;
+  }
+}
+
 NamedMutex::WaitResult NamedMutex::Wait(uint32_t timeoutMs) {
   if (m_state->object == nullptr) return WaitResult::Failed;
   pthread_mutex_t* mutex = &m_state->object->mutex;

@@ -38,6 +38,19 @@ NamedMutex::OpenStatus NamedMutex::OpenExisting(std::u16string_view name) {
 
 bool NamedMutex::IsOpen() const { return m_state->handle != nullptr; }
 
+NamedMutex::Presence NamedMutex::Probe(std::u16string_view name) {
+  // The least access there is (query state): an account that may not even
+  // query is told ERROR_ACCESS_DENIED, which proves the mutex exists.
+  constexpr DWORD kQueryState = 0x0001;
+  const std::u16string terminated(name);
+  const HANDLE handle = ::OpenMutexW(kQueryState, FALSE, AsWinChars(terminated.c_str()));
+  if (handle != nullptr) {
+    ::CloseHandle(handle);
+    return Presence::Present;
+  }
+  return ::GetLastError() == ERROR_ACCESS_DENIED ? Presence::Denied : Presence::Absent;
+}
+
 NamedMutex::WaitResult NamedMutex::Wait(uint32_t timeoutMs) {
   if (m_state->handle == nullptr) return WaitResult::Failed;
   switch (::WaitForSingleObject(m_state->handle, timeoutMs)) {
