@@ -113,6 +113,7 @@ TEST(ZORThreadBasic, StartRefusesASecondWorkerAndNone) {
   EXPECT_FALSE(thread.Start(&worker));  // still held: Stop first
   EXPECT_TRUE(log.Contains("ZORThreadBasic::Start | thread "));
   EXPECT_EQ(log.Count("ZORThreadBasic::Start | no worker to run\n"), 1u);
+  thread.Stop(0);  // before the worker goes
 }
 
 // A worker that ignores the stop event for longer than the wait, then uses
