@@ -145,36 +145,68 @@ TEST_F(ConfigurationFileTest, UnreadableFilesAnswerSix) {
   EXPECT_EQ(config.LoadText("", 0, 2), S::kStatusUnreadable);
 }
 
-TEST_F(ConfigurationFileTest, StatusFollowsTheLastPropertiesOrModeInFileOrder) {
-  struct Case {
+// XML snippets and what a load of them gives: the status follows the last
+// properties or mode in file order; a location takes its chains, a selector
+// its modes; auto_mic and selectors are matched exactly.
+TEST_F(ConfigurationFileTest, SnippetsGiveTheirStatusModesAndChains) {
+  std::string chains = "<chain><process tech_id=\"lfx\"/></chain><chain_v2><process tech_id=\"none\"/></chain_v2>";
+  for (const char* position : {"SFX", "OSFX", "sfx", "", "PreBlue", "Invalid APO location!"}) {
+    chains += std::string("<chain_v2 position=\"") + position + "\"><process tech_id=\"" + position + "\"/></chain_v2>";
+  }
+  const std::string selectors = Mode("Plain", "S", "", " auto_mic=\"true\"") + Mode("Upper", "S", "", " auto_mic=\"TRUE\"") +
+                                Mode("Dsp", "S", "", " selector=\"dsp\"") + Mode("Other", "S", "", " selector=\"DSP\"") +
+                                Mode("EmptySelector", "S", "", " selector=\"\"");
+  const std::string twoSpeakers = "<operating_mode>" + Control("APO4-Operating Mode", "M") +
+                                  Control("APO4-Speaker Type", "S", " public=\"true\"") + "</operating_mode>";
+  struct Row {
     std::string body;
     uint32_t status;
-    size_t modes;
+    Strings modes;  // operating modes read, "+mic" for auto_mic
+    uint32_t location = 1, selector = 0;
+    Strings chainTechIds = {};  // of the first mode's chains
   };
-  const Case cases[] = {
-      {Music(), S::kStatusUnreadable, 1},  // no properties: modes read, still 6
-      {"<properties></properties>" + Music(), S::kStatusEmptyProperties, 1},
-      {"<properties>\n </properties>" + Music(), S::kStatusEmptyProperties, 1},
-      {"<properties><!-- a child node --></properties>" + Music(), S::kStatusOk, 1},
-      {kProperties + Music() + kFailedMode, S::kStatusModeFailed, 1},
-      {kFailedMode + kProperties + Music(), S::kStatusOk, 1},  // forgotten by a later properties
-      {kProperties + kFailedMode + Music(), S::kStatusModeFailed, 1},
-      {kFailedMode + "<properties/>", S::kStatusEmptyProperties, 0},
-      {kProperties + "<operating_mode auto_mic=\"true\"/>", S::kStatusModeFailed, 0},
-      {kProperties + Mode("APO4-Undefined", "S"), S::kStatusModeFailed, 0},
-      {kProperties + "<operating_mode>" + Control("APO4-Operating Mode", "M") +
-           Control("APO4-Speaker Type", "S", " public=\"true\"") + "</operating_mode>",
-       S::kStatusModeFailed, 0},
+  const Row rows[] = {
+      {Music(), S::kStatusUnreadable, {"APO4-Music"}},  // no properties: modes read, still 6
+      {"<properties></properties>" + Music(), S::kStatusEmptyProperties, {"APO4-Music"}},
+      {"<properties>\n </properties>" + Music(), S::kStatusEmptyProperties, {"APO4-Music"}},
+      {"<properties><!-- a child node --></properties>" + Music(), S::kStatusOk, {"APO4-Music"}},
+      {kProperties + Music() + kFailedMode, S::kStatusModeFailed, {"APO4-Music"}},
+      {kFailedMode + kProperties + Music(), S::kStatusOk, {"APO4-Music"}},  // forgotten by a later properties
+      {kProperties + kFailedMode + Music(), S::kStatusModeFailed, {"APO4-Music"}},
+      {kFailedMode + "<properties/>", S::kStatusEmptyProperties, {}},
+      {kProperties + "<operating_mode auto_mic=\"true\"/>", S::kStatusModeFailed, {}},
+      {kProperties + Mode("APO4-Undefined", "S"), S::kStatusModeFailed, {}},
+      {kProperties + twoSpeakers, S::kStatusModeFailed, {}},
+      {kProperties + selectors, S::kStatusOk, {"Plain+mic", "Upper", "EmptySelector"}},
+      {kProperties + selectors, S::kStatusOk, {"Dsp"}, 1, 1},
+      {kProperties + selectors, S::kStatusOk, {}, 1, 2},
+      {kProperties + Music(chains), S::kStatusOk, {"APO4-Music"}, 0, 0, {"lfx"}},  // never a chain_v2
+      {kProperties + Music(chains), S::kStatusOk, {"APO4-Music"}, 1, 0, {"SFX"}},  // "OSFX" holds "SFX" but isn't it
+      {kProperties + Music(chains), S::kStatusOk, {"APO4-Music"}, 4, 0, {"OSFX"}},
+      {kProperties + Music(chains), S::kStatusOk, {"APO4-Music"}, 2, 0, {}},
+      {kProperties + Music(chains), S::kStatusOk, {"APO4-Music"}, 6, 0, {"Invalid APO location!"}},
   };
-  for (const Case& c : cases) {
-    EXPECT_EQ(LoadXml(Root(c.body)), c.status) << c.body;
-    EXPECT_EQ(config.GetOperatingModes().size(), c.modes) << c.body;
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.body.substr(0, 200));
+    ZORAPOConfigurationFile fresh;
+    EXPECT_EQ(fresh.Load(files.Write(Root(row.body)), row.selector, row.location), row.status);
+    EXPECT_EQ(fresh.GetSelector(), row.selector);
+    Strings modes, techIds;
+    for (const auto& mode : fresh.GetOperatingModes()) {
+      modes.push_back(mode->GetModeId().operatingMode.GetText() + (mode->GetAutoMic() ? "+mic" : ""));
+    }
+    EXPECT_EQ(modes, row.modes);
+    if (row.status == S::kStatusEmptyProperties) {
+      EXPECT_FALSE(fresh.GetDefaultMode().IsDefined());  // unset, though a mode was read
+    }
+    if (fresh.GetOperatingModes().empty()) continue;
+    for (const auto& chain : fresh.GetOperatingModes()[0]->GetChainDefinition().chains) {
+      techIds.push_back(chain.processes.at(0).techId);
+    }
+    if (row.body.find("<chain") != std::string::npos) {
+      EXPECT_EQ(techIds, row.chainTechIds);
+    }
   }
-  // With status 2 the default stays unset, though a mode was read.
-  ZORAPOConfigurationFile fresh;
-  EXPECT_EQ(fresh.Load(files.Write(Root("<properties/>" + Music())), 0, 1),
-            S::kStatusEmptyProperties);
-  EXPECT_FALSE(fresh.GetDefaultMode().IsDefined());
 }
 
 TEST_F(ConfigurationFileTest, PropertiesAndDefaultMode) {
@@ -245,25 +277,6 @@ TEST_F(ConfigurationFileTest, ConcurrentFirstLoadsOfOnePathAgree) {
   }
 }
 
-TEST_F(ConfigurationFileTest, LocationPicksChainOrExactChainV2Position) {
-  std::string chains = "<chain><process tech_id=\"lfx\"/></chain>";
-  for (const char* position : {"SFX", "OSFX", "sfx", "", "PreBlue", "Invalid APO location!"}) {
-    chains += std::string("<chain_v2 position=\"") + position + "\"><process tech_id=\"" +
-              position + "\"/></chain_v2>";
-  }
-  chains += "<chain_v2><process tech_id=\"no-position\"/></chain_v2>";
-  const std::u16string path = files.Write(Root(kProperties + Music(chains)));
-  const auto techIds = [&](uint32_t location) {
-    EXPECT_EQ(config.Load(path, 0, location), S::kStatusOk);
-    return ChainTechIds();
-  };
-  EXPECT_EQ(techIds(0), Strings{"lfx"});  // never a chain_v2, not even "PreBlue"
-  EXPECT_EQ(techIds(1), Strings{"SFX"});  // "OSFX" holds "SFX" but is not it
-  EXPECT_EQ(techIds(4), Strings{"OSFX"});
-  EXPECT_EQ(techIds(2), Strings{});
-  EXPECT_EQ(techIds(6), Strings{"Invalid APO location!"});
-}
-
 TEST_F(ConfigurationFileTest, ChainAttributesAndChildren) {
   const std::string chains =
       "<chain_v2 position=\"SFX\" input=\"Stereo,Mono\" output=\"Internal Stereo\" "
@@ -319,27 +332,6 @@ TEST_F(ConfigurationFileTest, ControlsLastChildNodeWinsAndPublicLosesTheOverlay)
   EXPECT_EQ(Text(First().GetAllControls(), "Shared"), "tuned");
   EXPECT_EQ(Text(First().GetAllControls(), "UserOnly"), "u");
   EXPECT_EQ(First().GetAllControls().Size(), 11u);
-}
-
-TEST_F(ConfigurationFileTest, AutoMicAndSelectorAreExact) {
-  const std::u16string path = files.Write(
-      Root(kProperties + Mode("Plain", "S", "", " auto_mic=\"true\"") +
-           Mode("Upper", "S", "", " auto_mic=\"TRUE\"") +
-           Mode("Dsp", "S", "", " selector=\"dsp\"") + Mode("Other", "S", "", " selector=\"DSP\"") +
-           Mode("EmptySelector", "S", "", " selector=\"\"")));
-  const auto names = [&](uint32_t selector) {
-    Strings loaded;
-    EXPECT_EQ(config.Load(path, selector, 1), S::kStatusOk);
-    EXPECT_EQ(config.GetSelector(), selector);
-    for (const auto& mode : config.GetOperatingModes()) {
-      loaded.push_back(mode->GetModeId().operatingMode.GetText() +
-                       (mode->GetAutoMic() ? "+mic" : ""));
-    }
-    return loaded;
-  };
-  EXPECT_EQ(names(0), (Strings{"Plain+mic", "Upper", "EmptySelector"}));
-  EXPECT_EQ(names(1), Strings{"Dsp"});
-  EXPECT_EQ(names(2), Strings{});
 }
 
 TEST_F(ConfigurationFileTest, FindModeWantsExactlyOneMatchAndCopiesDeeply) {

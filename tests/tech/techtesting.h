@@ -19,9 +19,7 @@ namespace techtest {
 
 inline std::filesystem::path TestDirectory() { return zor::os::ExecutablePath().parent_path(); }
 
-// Points the loader at one of the tests' own module directories for the
-// life of the object, and back beside the executable afterwards. The override
-// names a file in `directory` (which needn't exist): the loader looks beside it.
+// Points the loader at one of the tests' module directories while it lives.
 class ModuleDirectory {
  public:
   explicit ModuleDirectory(const std::filesystem::path& directory) {
@@ -36,8 +34,7 @@ inline std::filesystem::path TestModuleDirectory() { return TestDirectory() / "t
 inline std::filesystem::path OrphanModuleDirectory() { return TestDirectory() / "orphanmodule"; }
 inline std::filesystem::path MinimalModuleDirectory() { return TestDirectory() / "minimalmodule"; }
 
-// The test module's call log, read through its extra export. Holding the
-// module loaded also keeps its log alive between the loader's loads.
+// The test module's call log; holding the module keeps the log alive between loads.
 class TestModuleLog {
  public:
   TestModuleLog() {
@@ -67,8 +64,7 @@ class TestModuleLog {
 // Planar audio of a few channels.
 using Channels = std::vector<std::vector<float>>;
 
-// One veltech process from the module beside the executable, called through
-// its operation table as the host calls it.
+// One veltech process, called through its operation table as the host calls it.
 class Veltech {
  public:
   explicit Veltech(const std::string& techId) {
@@ -100,7 +96,6 @@ class Veltech {
     ZORChannelNode* list = nodes.empty() ? nullptr : nodes.data();
     Table().Process(m_process, list, list, frames, nullptr);
   }
-  // Processes all of `audio` in blocks of `block` frames.
   void RunAll(Channels& audio, uint32_t block) {
     const size_t frames = audio.empty() ? 0 : audio[0].size();
     for (size_t offset = 0; offset < frames; offset += block) {
@@ -125,8 +120,7 @@ inline std::vector<float> Sine(double frequency, double amplitude, uint32_t rate
   return samples;
 }
 
-// The amplitude of the `frequency` component of samples[from, from + count),
-// by correlation; exact for a whole number of periods in the window.
+// The amplitude of `frequency` in samples[from, from + count), by correlation.
 inline double AmplitudeAt(const std::vector<float>& samples, size_t from, size_t count, double frequency,
                           uint32_t rate) {
   double re = 0.0;

@@ -1,6 +1,5 @@
-// Handing state from one veltech process to another, and veltech behind the
-// wrapper on the audio thread: no allocation, and controls set from another
-// thread while audio runs.
+// Handing state between veltech processes, and veltech behind the wrapper on
+// the audio thread: no allocation, and controls set from another thread.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -48,27 +47,25 @@ Channels Music(size_t frames, uint32_t seed) { return {Noise(frames, 0.9, seed),
 
 }  // namespace
 
-TEST(VeltechState, CopyStateContinuesExactlyWhereTheOtherStands) {
+TEST(VeltechState, CopyStateContinuesExactlyWhereTheOtherStandsAndRefusesWhatDoesntFit) {
   const uint32_t rate = 48000;
   for (const Kind& kind : kKinds) {
     SCOPED_TRACE(kind.techId);
     // Twins that hear the same audio stand in the same state: one hands its
-    // state over, the other shows how it would have gone on.
+    // state over mid-glide, the other shows how it would have gone on.
     Veltech handing(kind.techId), reference(kind.techId), taking(kind.techId), fresh(kind.techId);
     for (Veltech* process : {&handing, &reference, &taking, &fresh}) {
       Apply(*process, kind.settings);
       ASSERT_TRUE(process->Init(2, rate));
     }
-    Channels history = Music(rate / 10, 1);
-    Channels copy = history;
-    handing.RunAll(history, 480);
-    reference.RunAll(copy, 480);
-    for (Veltech* process : {&handing, &reference, &taking, &fresh}) Apply(*process, kind.change);
-    Channels warm = Music(100, 3);
-    handing.RunAll(warm, 100);
-    warm = Music(100, 3);
-    reference.RunAll(warm, 100);
-
+    for (Veltech* process : {&handing, &reference}) {
+      Channels history = Music(rate / 10, 1);
+      process->RunAll(history, 480);
+      Apply(*process, kind.change);
+      Channels warm = Music(100, 3);
+      process->RunAll(warm, 100);
+    }
+    for (Veltech* process : {&taking, &fresh}) Apply(*process, kind.change);
     ASSERT_TRUE(taking.CopyStateFrom(handing));
     const Channels future = Music(rate / 10, 5);
     Channels continued = future, expected = future, unstated = future;
@@ -76,32 +73,21 @@ TEST(VeltechState, CopyStateContinuesExactlyWhereTheOtherStands) {
     reference.RunAll(expected, 480);
     fresh.RunAll(unstated, 480);
     EXPECT_EQ(continued, expected);
-    // Without the hand-over the start sounds different, so the comparison
-    // above says something.
-    EXPECT_NE(unstated, expected);
+    EXPECT_NE(unstated, expected);  // without the hand-over the start differs
   }
-}
-
-TEST(VeltechState, CopyStateRefusesWhatDoesntFit) {
+  // Another kind, channel count or rate, never initialised, or itself.
   Veltech peq("peq"), gain("gain"), narrow("peq"), slow("peq"), unready("peq"), pass("passthrough"),
       pass2("passthrough");
-  ASSERT_TRUE(peq.Init(2, 48000));
-  ASSERT_TRUE(gain.Init(2, 48000));
-  ASSERT_TRUE(narrow.Init(1, 48000));
-  ASSERT_TRUE(slow.Init(2, 44100));
-  ASSERT_TRUE(pass.Init(2, 48000));
-  ASSERT_TRUE(pass2.Init(2, 48000));
-  // Another kind, channel count or rate, never initialised, or itself.
+  for (Veltech* process : {&peq, &gain, &pass, &pass2}) ASSERT_TRUE(process->Init(2, rate));
+  ASSERT_TRUE(narrow.Init(1, rate) && slow.Init(2, 44100));
   for (Veltech* other : {&gain, &narrow, &slow, &unready, &peq}) EXPECT_FALSE(peq.CopyStateFrom(*other));
   EXPECT_FALSE(unready.CopyStateFrom(peq));
   EXPECT_TRUE(pass.CopyStateFrom(pass2));
   EXPECT_EQ(peq.Table().CopyState(peq.Get(), nullptr), 0);
 }
 
-// The manager with every veltech process in its chains, fed host blocks
-// wider, narrower and as wide as its chains: once the first block, fade and
-// flush have sized its stores, neither steady state nor a fade (which hands
-// state over) nor a flush allocates on the audio thread.
+// Every veltech process in a manager's chains: once sized, neither steady
+// state nor a fade (which hands state over) nor a flush allocates.
 TEST(VeltechState, AManagerWithWrappedProcessesAllocatesNothingOnTheAudioThread) {
   ZORAPOProcessLibrary::SetModulePath(nullptr);
   struct Builder : IZORAPOChainBuilder {

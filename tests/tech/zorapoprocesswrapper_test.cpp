@@ -1,13 +1,11 @@
-// The wrapper around a tech process, against the test module: value routing,
-// control reading, block adaption around the process, the side channel and
-// the handing over of state.
+// The wrapper around a tech process, against the test module: failures, value
+// routing, control reading, block adaption, the side channel and state hand-over.
 #include "audio/zorapoprocesswrapper.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <memory>
-#include <utility>
 
 #include "allocationcounter.h"
 #include "audio/zorapoprocesschain.h"
@@ -29,7 +27,6 @@ class ZORAPOProcessWrapperTest : public ::testing::Test {
     m_log.Lines();
     return wrapper;
   }
-
   ModuleDirectory m_directory{techtest::TestModuleDirectory()};
   TestModuleLog m_log;
 };
@@ -47,47 +44,40 @@ ZORAudioDataFloat Ramp(uint32_t frames, const std::vector<uint32_t>& roles) {
   return block;
 }
 
-class RecordingHook : public IZORAPOProcessWrapperHook {
- public:
-  explicit RecordingHook(float replacement = -1.0f) : m_replacement(replacement) {}
+// Records what the side channel brings; writes `replacement` into it when >= 0.
+struct RecordingHook : IZORAPOProcessWrapperHook {
+  explicit RecordingHook(float replace = -1.0f) : replacement(replace) {}
   void OnChannelData(ZORAPOProcessWrapper* wrapper, IZORAudioData<float>& data) override {
     ++calls;
     lastWrapper = wrapper;
     shape = {data.GetFrames(), data.GetChannels(), data.GetChannelRole(0), data.GetSampleRate()};
-    float* samples = data.GetData(m_replacement >= 0.0f, false);
+    float* samples = data.GetData(replacement >= 0.0f, false);
     firstSample = samples[0];
-    if (m_replacement >= 0.0f) std::fill_n(samples, data.GetFrames(), m_replacement);
+    if (replacement >= 0.0f) std::fill_n(samples, data.GetFrames(), replacement);
     data.ReleaseData();
   }
+  float replacement;
   int calls = 0;
   ZORAPOProcessWrapper* lastWrapper = nullptr;
   std::vector<uint32_t> shape;  // frames, channels, role, rate
   float firstSample = 0.0f;
-
- private:
-  float m_replacement;
 };
 
 }  // namespace
 
-TEST_F(ZORAPOProcessWrapperTest, LoadsInitsAndFailsOnlyInItsResults) {
+TEST_F(ZORAPOProcessWrapperTest, FailuresShowOnlyInResultsAndAudioPasses) {
   ZORLogCapture log;
   ZORAPOProcessWrapper wrapper;
   EXPECT_FALSE(wrapper.Init(2, 48000));  // nothing loaded
   ASSERT_TRUE(wrapper.Load("probe", "EQ", "some-hook", 0));
-  EXPECT_EQ(wrapper.GetName(), "EQ");
   ASSERT_TRUE(wrapper.Init(2, 48000));
-  EXPECT_EQ(wrapper.GetSampleRate(), 48000u);
-  EXPECT_EQ(wrapper.GetLatency(), 0u);
   EXPECT_EQ(wrapper.GetTotalLatency(), 7u);
   // A second Load starts anew: the old process goes before the new comes.
   ASSERT_TRUE(wrapper.Load("probe", "EQ2", "", 0));
   EXPECT_EQ(wrapper.GetChannels(), 0u);
-  EXPECT_EQ(m_log.Lines(), (Lines{"create probe EQ", "init 2 48000", "blocksize", "latency",
-                                  "destroy probe EQ", "create probe EQ2"}));
-
-  // Refused, or said yes to without a process: no name, no process, and
-  // every face answers nothing.
+  EXPECT_EQ(m_log.Lines(), (Lines{"create probe EQ", "init 2 48000", "blocksize", "latency", "destroy probe EQ",
+                                  "create probe EQ2"}));
+  // Refused, or said yes to without a process: every face answers nothing.
   for (const char* techId : {"refuse", "null"}) {
     EXPECT_FALSE(wrapper.Load(techId, "EQ", "", 0));
     EXPECT_EQ(wrapper.GetName(), "");
@@ -102,60 +92,51 @@ TEST_F(ZORAPOProcessWrapperTest, LoadsInitsAndFailsOnlyInItsResults) {
   wrapper.Process(&block);
   EXPECT_EQ(block.GetData(false, false)[17], 1001.0f);
   block.ReleaseData();
-
   ASSERT_TRUE(wrapper.Load("fail-init", "EQ", "", 0));
   EXPECT_FALSE(wrapper.Init(2, 48000));
-  EXPECT_EQ(wrapper.GetChannels(), 0u);
   EXPECT_EQ(wrapper.GetSampleRate(), 0u);
   EXPECT_TRUE(log.Lines().empty());
 }
 
-TEST_F(ZORAPOProcessWrapperTest, ValuesReachTheProcessesTheyAddress) {
-  auto eq = Make("probe", "EQ");
-  auto other = Make("probe", "Other");
-  auto osfx = Make("probe", "OSFX_EQ");
-  auto omfx = Make("probe", "OMFX_EQ");
-  auto mfx = Make("probe", "MFX");
-  const ZORUTSValue addressed("EQ:Gain", std::string("12"));
-  EXPECT_TRUE(eq->SetControl(addressed));
-  EXPECT_FALSE(other->SetControl(addressed));
-  EXPECT_TRUE(other->SetControl(ZORUTSValue("Gain", std::string("5"))));  // bare: for all
-  // Everything after the first colon names the control; the target is
-  // compared exactly; the module's answer is the result.
-  EXPECT_TRUE(eq->SetControl(ZORUTSValue("EQ:Band:Gain", 1)));
-  EXPECT_FALSE(eq->SetControl(ZORUTSValue("eq:Gain", 1)));
-  EXPECT_FALSE(eq->SetControl(ZORUTSValue("EQ:Refused", 1)));
-  // Offload positions take their family's values, reading excepted.
-  EXPECT_TRUE(osfx->SetControl(ZORUTSValue("SFX_EQ:Gain", 2)));
-  EXPECT_FALSE(osfx->SetControl(ZORUTSValue("MFX_EQ:Gain", 2)));
-  EXPECT_TRUE(omfx->SetControl(ZORUTSValue("MFX_EQ:Gain", 3)));
-  EXPECT_FALSE(omfx->SetControl(ZORUTSValue("SFX_EQ:Gain", 3)));
-  EXPECT_FALSE(mfx->SetControl(ZORUTSValue("SFX:Corvo-TK Enable", 1)));
-  ZORUTSValue read("SFX_EQ:Gain", 0);
-  EXPECT_FALSE(osfx->GetControl(read));
-  EXPECT_EQ(m_log.Lines(), (Lines{"setlong Gain 12", "setlong Gain 5", "setlong Band:Gain 1",
-                                  "setlong Refused 1", "setlong Gain 2", "setlong Gain 3"}));
-}
-
-TEST_F(ZORAPOProcessWrapperTest, NumbersGoAsNumbersAndEverythingElseAsText) {
-  auto eq = Make("probe", "EQ");
-  const std::pair<ZORUTSValue, std::string> cases[] = {
-      {ZORUTSValue("EQ:A", std::string("12")), "setlong A 12"},
-      {ZORUTSValue("EQ:A", std::string("-1")), "setlong A -1"},
-      {ZORUTSValue("EQ:A", -1), "setlong A -1"},
-      {ZORUTSValue("EQ:A", std::string("x-1")), "setlong A -1"},
-      {ZORUTSValue("EQ:A", std::string("abc")), "settext A abc"},
-      {ZORUTSValue("EQ:A", std::string("+5")), "settext A +5"},
-      {ZORUTSValue("EQ:A", std::string("1.9")), "setlong A 1"},
-      {ZORUTSValue("EQ:A", std::string("Enabled")), "setlong A 1"},
-      {ZORUTSValue("EQ:A", std::string("")), "settext A "},
-      {ZORUTSValue("EQ:Headphone Name", std::string("7")), "settext Headphone Name 7"},
-      {ZORUTSValue("Headphone Name", std::string("Studio -1")), "settext Headphone Name Studio -1"},
+// Which wrapper takes a value, and whether as a number or as text.
+TEST_F(ZORAPOProcessWrapperTest, ValuesReachTheProcessesTheyAddressInTheirForm) {
+  struct Row {
+    const char* instance;
+    ZORUTSValue value;
+    bool taken;
+    const char* logged;  // nullptr: the process isn't asked
   };
-  for (const auto& [value, expected] : cases) {
-    EXPECT_TRUE(eq->SetControl(value)) << value.GetText();
-    EXPECT_EQ(m_log.Lines(), Lines{expected}) << value.GetText();
+  const Row rows[] = {
+      {"EQ", {"EQ:Gain", std::string("12")}, true, "setlong Gain 12"},
+      {"Other", {"EQ:Gain", std::string("12")}, false, nullptr},
+      {"Other", {"Gain", std::string("5")}, true, "setlong Gain 5"},  // bare: for all
+      {"EQ", {"EQ:Band:Gain", 1}, true, "setlong Band:Gain 1"},     // after the first colon
+      {"EQ", {"eq:Gain", 1}, false, nullptr},                        // the target exactly
+      {"EQ", {"EQ:Refused", 1}, false, "setlong Refused 1"},         // the module's answer
+      {"OSFX_EQ", {"SFX_EQ:Gain", 2}, true, "setlong Gain 2"},       // offload: its family's values
+      {"OSFX_EQ", {"MFX_EQ:Gain", 2}, false, nullptr},
+      {"OMFX_EQ", {"MFX_EQ:Gain", 3}, true, "setlong Gain 3"},
+      {"OMFX_EQ", {"SFX_EQ:Gain", 3}, false, nullptr},
+      {"MFX", {"SFX:Corvo-TK Enable", 1}, false, nullptr},
+      {"EQ", {"EQ:A", std::string("-1")}, true, "setlong A -1"},
+      {"EQ", {"EQ:A", std::string("x-1")}, true, "setlong A -1"},
+      {"EQ", {"EQ:A", std::string("abc")}, true, "settext A abc"},
+      {"EQ", {"EQ:A", std::string("+5")}, true, "settext A +5"},
+      {"EQ", {"EQ:A", std::string("1.9")}, true, "setlong A 1"},
+      {"EQ", {"EQ:A", std::string("Enabled")}, true, "setlong A 1"},
+      {"EQ", {"EQ:A", std::string("")}, true, "settext A "},
+      {"EQ", {"EQ:Headphone Name", std::string("7")}, true, "settext Headphone Name 7"},
+      {"EQ", {"Headphone Name", std::string("Studio -1")}, true, "settext Headphone Name Studio -1"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(testing::Message() << row.instance << " <- " << row.value.name << " " << row.value.GetText());
+    auto wrapper = Make("probe", row.instance);
+    EXPECT_EQ(wrapper->SetControl(row.value), row.taken);
+    EXPECT_EQ(m_log.Lines(), row.logged != nullptr ? Lines{row.logged} : Lines{});
   }
+  auto osfx = Make("probe", "OSFX_EQ");
+  ZORUTSValue read("SFX_EQ:Gain", 0);
+  EXPECT_FALSE(osfx->GetControl(read));  // reading excepted
 }
 
 TEST_F(ZORAPOProcessWrapperTest, ReadsControlsAsNumberThenTextAndListsTheTable) {
@@ -170,15 +151,11 @@ TEST_F(ZORAPOProcessWrapperTest, ReadsControlsAsNumberThenTextAndListsTheTable) 
   ZORUTSValue name("Name", 0);
   ASSERT_TRUE(eq->GetControl(name));
   EXPECT_EQ(name.GetText(), "Studio");
-  ZORUTSValue unknown("EQ:Unknown", 9);
-  EXPECT_FALSE(eq->GetControl(unknown));
+  ZORUTSValue unknown("EQ:Unknown", 9), elsewhere("Other:Level", 0);
+  EXPECT_FALSE(eq->GetControl(unknown) || eq->GetControl(elsewhere));
   EXPECT_EQ(unknown.GetLong(), 9);
-  ZORUTSValue elsewhere("Other:Level", 0);
-  EXPECT_FALSE(eq->GetControl(elsewhere));
-
   std::vector<ZORUTSControlInfo> controls;
   ASSERT_EQ(eq->EnumControls(controls), 2u);
-  EXPECT_EQ(controls[0].second, 1200);
   EXPECT_EQ(controls[0].GetScale(), 100.0f);
   EXPECT_EQ(controls[1].enumNames, (ZORUTSNameList{"Quiet", "Loud"}));
   int payload = 0;
@@ -188,49 +165,37 @@ TEST_F(ZORAPOProcessWrapperTest, ReadsControlsAsNumberThenTextAndListsTheTable) 
                                   "gettext Unknown", "controls", "pass1 3 40 data", "pass2 1 0 null"}));
 }
 
-TEST_F(ZORAPOProcessWrapperTest, BlockSizeZeroSeesTheHostsBlockAndRoles) {
-  auto eq = Make("probe", "EQ");
-  ASSERT_TRUE(eq->Init(3, 48000));
-  EXPECT_EQ(eq->GetLatency(), 0u);
-  m_log.Lines();
-  ZORAudioDataFloat block = Ramp(480, {4, 5, 9});
-  eq->SetBypass(true);  // kept for whoever asks, not consulted
-  EXPECT_TRUE(eq->GetBypass());
-  eq->Process(&block);
-  EXPECT_EQ(m_log.Lines(), Lines{"process 480 inplace nohook roles 4 5 9"});
-  // In place, no delay, each node on its own channel.
-  const float* samples = block.GetData(false, false);
-  for (uint32_t c = 0; c < 3; ++c) {
-    for (uint32_t f : {0u, 479u}) EXPECT_EQ(samples[c * 480 + f], static_cast<float>((c + 1) * (c * 1000 + f)));
-  }
-  block.ReleaseData();
-}
-
-TEST_F(ZORAPOProcessWrapperTest, BlockSize256SeesFixedBlocksAndDelaysByTwoBlocks) {
-  auto limiter = Make("probe-256", "LIM");
-  ASSERT_TRUE(limiter->Init(3, 48000));
-  EXPECT_EQ(limiter->GetLatency(), 512u);
-  EXPECT_EQ(limiter->GetTotalLatency(), 519u);
-  m_log.Lines();
-  // Three host blocks of 480 frames with roles of their own.
-  std::vector<float> out[3];
-  for (uint32_t call = 0; call < 3; ++call) {
-    ZORAudioDataFloat block = Ramp(480, {9, 9, 9});
-    float* samples = block.GetData(true, false);
-    for (uint32_t i = 0; i < 3 * 480; ++i) samples[i] += static_cast<float>(call * 480 + 1);
-    block.ReleaseData();
-    limiter->Process(&block);
-    const float* processed = block.GetData(false, false);
-    for (uint32_t c = 0; c < 3; ++c) out[c].insert(out[c].end(), processed + c * 480, processed + (c + 1) * 480);
-    block.ReleaseData();
-  }
-  const Lines lines = m_log.Lines();
-  EXPECT_GE(lines.size(), 3u);  // the 928 frames that came out went through it
-  for (const std::string& line : lines) EXPECT_EQ(line, "process 256 inplace nohook roles 0 1 2");
-  for (uint32_t c = 0; c < 3; ++c) {
-    for (size_t i = 0; i < 512; ++i) ASSERT_EQ(out[c][i], 0.0f) << c << " " << i;
-    for (size_t i = 512; i < out[c].size(); ++i) {
-      ASSERT_EQ(out[c][i], static_cast<float>((c + 1) * (c * 1000 + i - 512 + 1))) << c << " " << i;
+// Block size 0 sees the host's blocks and roles in place; block size 256 sees
+// fixed blocks with roles 0.., and the audio comes two blocks late.
+TEST_F(ZORAPOProcessWrapperTest, AdaptsHostBlocksToTheProcessBlockSize) {
+  for (const auto& [techId, latency] : {std::pair{"probe", 0u}, {"probe-256", 512u}}) {
+    SCOPED_TRACE(techId);
+    auto wrapper = Make(techId, "EQ");
+    ASSERT_TRUE(wrapper->Init(3, 48000));
+    EXPECT_EQ(wrapper->GetLatency(), latency);
+    m_log.Lines();
+    std::vector<float> out[3];
+    for (uint32_t call = 0; call < 3; ++call) {
+      ZORAudioDataFloat block = Ramp(480, {4, 5, 9});
+      float* samples = block.GetData(true, false);
+      for (uint32_t i = 0; i < 3 * 480; ++i) samples[i] += static_cast<float>(call * 480 + 1);
+      block.ReleaseData();
+      wrapper->Process(&block);
+      const float* processed = block.GetData(false, false);
+      for (uint32_t c = 0; c < 3; ++c) out[c].insert(out[c].end(), processed + c * 480, processed + (c + 1) * 480);
+      block.ReleaseData();
+    }
+    const Lines lines = m_log.Lines();
+    ASSERT_GE(lines.size(), 3u);
+    for (const std::string& line : lines) {
+      EXPECT_EQ(line, latency == 0 ? "process 480 inplace nohook roles 4 5 9" : "process 256 inplace nohook roles 0 1 2");
+    }
+    // Each node on its own channel (the module multiplies channel c by c + 1).
+    for (uint32_t c = 0; c < 3; ++c) {
+      for (size_t i = 0; i < latency; ++i) ASSERT_EQ(out[c][i], 0.0f) << c << " " << i;
+      for (size_t i = latency; i < out[c].size(); ++i) {
+        ASSERT_EQ(out[c][i], static_cast<float>((c + 1) * (c * 1000 + i - latency + 1))) << c << " " << i;
+      }
     }
   }
 }
@@ -238,30 +203,21 @@ TEST_F(ZORAPOProcessWrapperTest, BlockSize256SeesFixedBlocksAndDelaysByTwoBlocks
 TEST_F(ZORAPOProcessWrapperTest, SideChannelReachesTheHooksOnlyAsALoneRoleSevenNode) {
   auto side = Make("sidechannel", "SIDE");
   ASSERT_TRUE(side->Init(2, 44100));
-  m_log.Lines();
   ZORAudioDataFloat block = Ramp(64, {0, 1});
-  side->Process(&block);
-  EXPECT_EQ(m_log.Lines(), Lines{"process 64 inplace nohook roles 0 1"});
-
-  RecordingHook pre;
-  RecordingHook post(0.25f);
+  RecordingHook pre, post(0.25f), readOnly;
   side->SetHooks(&pre, &post);
   side->Process(&block);
-  EXPECT_EQ(m_log.Lines(), (Lines{"process 64 inplace hook roles 0 1", "side lone7 0.250000",
-                                  "side pair7 0.500000", "side lone0 0.500000"}));
+  EXPECT_EQ(m_log.Lines(), (Lines{"init 2 44100", "blocksize", "process 64 inplace hook roles 0 1",
+                                  "side lone7 0.250000", "side pair7 0.500000", "side lone0 0.500000"}));
   EXPECT_EQ(pre.calls, 1);
   EXPECT_EQ(pre.lastWrapper, side.get());
   EXPECT_EQ(pre.shape, (std::vector<uint32_t>{64, 1, 7, 44100}));
   EXPECT_EQ(pre.firstSample, 0.5f);
   EXPECT_EQ(post.calls, 1);
-
   // A pre-hook alone reads the side channel and leaves it as it was.
-  RecordingHook readOnly;
   side->SetHooks(&readOnly, nullptr);
   side->Process(&block);
-  EXPECT_EQ(readOnly.firstSample, 0.5f);
   EXPECT_EQ(m_log.Lines()[1], "side lone7 0.500000");
-
   // A new Load drops the hooks.
   ASSERT_TRUE(side->Load("sidechannel", "SIDE", "", 0));
   ASSERT_TRUE(side->Init(2, 44100));
@@ -271,9 +227,8 @@ TEST_F(ZORAPOProcessWrapperTest, SideChannelReachesTheHooksOnlyAsALoneRoleSevenN
   EXPECT_EQ(readOnly.calls, 1);
 }
 
-// Init sizes all that the audio thread uses, so that even the first block of
-// any width, with its side channel, allocates nothing; a side channel longer
-// than Init prepared for reaches the hooks in parts.
+// Even the first block of any width, with its side channel, allocates nothing;
+// a side channel longer than Init prepared for reaches the hooks in parts.
 TEST_F(ZORAPOProcessWrapperTest, TheAudioThreadAllocatesNothingFromTheFirstBlock) {
   struct FrameCounter : IZORAPOProcessWrapperHook {
     void OnChannelData(ZORAPOProcessWrapper*, IZORAudioData<float>& data) override {
@@ -303,18 +258,17 @@ TEST_F(ZORAPOProcessWrapperTest, TransferStateAsksTheProcessOfThisWrapper) {
   EXPECT_TRUE(incoming->TransferState(*outgoing));
   EXPECT_FALSE(incoming->TransferState(*different));
   ZORAPOProcessWrapper empty;
-  EXPECT_FALSE(empty.TransferState(*outgoing));
-  EXPECT_FALSE(outgoing->TransferState(empty));
+  EXPECT_FALSE(empty.TransferState(*outgoing) || outgoing->TransferState(empty));
   EXPECT_EQ(m_log.Lines(), (Lines{"copystate probe IN <- probe OUT", "copystate probe IN <- sidechannel SIDE"}));
 }
 
-TEST(ZORAPOProcessWrapper, ThePlainCModuleOfTheGuideRunsThroughTheHost) {
+// The plain C module of the guide runs through the host.
+TEST(ZORAPOProcessWrapper, TheMinimalCModuleSilencesItsAudio) {
   ModuleDirectory directory(techtest::MinimalModuleDirectory());
   EXPECT_EQ(ZORAPOProcessLibrary::EnumProcesses(), Lines{"silence"});
   ZORAPOProcessWrapper silence, other;
   EXPECT_FALSE(silence.Load("noise", "S", "", 0));
-  ASSERT_TRUE(silence.Load("silence", "S", "", 0));
-  ASSERT_TRUE(other.Load("silence", "T", "", 0));
+  ASSERT_TRUE(silence.Load("silence", "S", "", 0) && other.Load("silence", "T", "", 0));
   ASSERT_TRUE(silence.Init(2, 48000));
   std::vector<ZORUTSControlInfo> controls;
   EXPECT_EQ(silence.EnumControls(controls), 0u);

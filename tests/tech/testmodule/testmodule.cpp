@@ -1,21 +1,14 @@
-// A tech module for the tests of the loader and the wrapper. Its process is
-// a C++ class whose virtual operations are the 19 slots of the tech border
-// in order, the way a third party's module may be written, so the tests also
-// prove that such a class fits the host.
-//
-// Tech ids:
+// A tech module for the loader and wrapper tests. Its process is a C++ class
+// whose virtual operations are the border's 19 slots in order, as a third
+// party may write one. Every call is logged, one line each, read back through
+// the extra export VelTestTakeLog. Tech ids:
 //   probe        block size 0, latency 7; logs every call and answers controls
 //   probe-256    the same with block size 256
 //   refuse       create answers false
 //   null         create answers true but hands out no process
 //   fail-init    Init answers false
-//   sidechannel  Process offers the hook three lists: a lone role-7 node, two
-//                role-7 nodes and a lone role-0 node
-//   quietside    Process offers the hook its first channel as a lone role-7
-//                node, and neither logs nor allocates
-//
-// Every call is logged, one line each, in a log the tests read back through
-// the extra export VelTestTakeLog.
+//   sidechannel  Process offers the hook a lone role-7 node, two role-7 nodes, a lone role-0 node
+//   quietside    Process offers its first channel as a lone role-7 node; neither logs nor allocates
 
 #include <cstdio>
 #include <cstring>
@@ -53,11 +46,11 @@ class TestProcess final {
   static void Destroy(TestProcess* process) { delete process; }
   std::string Describe() const { return m_techId + " " + m_instanceId; }
 
-  // Slots 0 to 3: never called by the host.
-  virtual void Unused0() { Log("unused 0"); }
-  virtual void Unused1() { Log("unused 1"); }
-  virtual void Unused2() { Log("unused 2"); }
-  virtual void Unused3() { Log("unused 3"); }
+  // Slots 0 to 3, 6, 14 and 15: never called by the host.
+  virtual void Unused0() {}
+  virtual void Unused1() {}
+  virtual void Unused2() {}
+  virtual void Unused3() {}
   virtual uint32_t GetBlockSize() {
     Log("blocksize");
     return m_techId == "probe-256" ? 256 : 0;
@@ -66,7 +59,7 @@ class TestProcess final {
     Log("latency");
     return 7;
   }
-  virtual void Unused6() { Log("unused 6"); }
+  virtual void Unused6() {}
   virtual int32_t GetControls(const ZORTechControl** first) {
     Log("controls");
     *first = kControls;
@@ -106,8 +99,8 @@ class TestProcess final {
     Log("pass2 " + std::to_string(code) + " " + std::to_string(size) + " " + (data != nullptr ? "data" : "null"));
     return -static_cast<int32_t>(code * 1000 + size);
   }
-  virtual void Unused14() { Log("unused 14"); }
-  virtual void Unused15() { Log("unused 15"); }
+  virtual void Unused14() {}
+  virtual void Unused15() {}
   virtual bool CopyState(TestProcess* other) {
     Log("copystate " + Describe() + " <- " + other->Describe());
     return m_techId == other->m_techId;
@@ -124,12 +117,10 @@ class TestProcess final {
     }
     std::string line = "process " + std::to_string(frames) + (in == out ? " inplace" : " apart") +
                        (hook != nullptr ? " hook" : " nohook") + " roles";
-    // Channel c becomes its samples times (c + 1), so a test sees that each
-    // node points at its own channel.
+    // Channel c is multiplied by c + 1: each node must point at its own channel.
     float factor = 1.0f;
     for (ZORChannelNode* node = out; node != nullptr; node = node->next, factor += 1.0f) {
-      // Appended in two steps: GCC 12 at -O3 reports a false -Wrestrict on
-      // " " + std::to_string(...).
+      // Two steps: GCC 12 at -O3 reports a false -Wrestrict on " " + std::to_string(...).
       line += ' ';
       line += std::to_string(node->role);
       for (uint32_t i = 0; i < frames; ++i) node->samples[i] *= factor;
@@ -191,8 +182,7 @@ VELTECH_EXPORT void VELTECH_CALL ZORTechDestroyProcess(ZORTechProcess* process) 
   TestProcess::Destroy(reinterpret_cast<TestProcess*>(process));
 }
 
-// Hands the log to the test and empties it: copies at most `capacity` - 1
-// characters and a terminator, returns the log's full length.
+// Hands the log to the test and empties it; returns the log's full length.
 VELTECH_EXPORT uint32_t VelTestTakeLog(char* buffer, uint32_t capacity) {
   std::lock_guard<std::mutex> lock(g_logLock);
   const auto length = static_cast<uint32_t>(g_log.size());
