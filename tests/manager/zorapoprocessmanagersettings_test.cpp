@@ -396,11 +396,12 @@ TEST_F(ManagerSettings, AudioThreadAllocatesNothingFromTheFirstBlock) {
     ASSERT_TRUE(manager.Initialize(c.in, c.out, c.rate, 0, c.location));
     manager.SetMeteringMode(ZORAPOProcessManager::kMeterInput | ZORAPOProcessManager::kMeterOutput);
     const uint32_t frames = c.rate / 100;
-    const std::vector<float> input = Noise(size_t{frames} * c.in, 7);
-    std::vector<float> output(size_t{frames} * c.out);
+    const std::vector<float> input = Noise(size_t{2 * frames} * c.in, 7);
+    std::vector<float> output(size_t{2 * frames} * c.out);
+    uint32_t blockFrames = frames;
     uint64_t allocations = 0;
     auto play = [&] {
-      uint32_t in = frames, out = frames;
+      uint32_t in = blockFrames, out = blockFrames;
       AllocationCounter counter;
       manager.Process(input.data(), &in, output.data(), &out, false);
       allocations += counter.Count();
@@ -434,5 +435,19 @@ TEST_F(ManagerSettings, AudioThreadAllocatesNothingFromTheFirstBlock) {
     play();  // stale: flushes
     for (int i = 0; i < 20; ++i) play();
     EXPECT_EQ(allocations, 0u);
+    // A longer block allocates once, in itself; the worker sizes the fade
+    // blocks and the next chain for it.
+    blockFrames = 2 * frames;
+    play();
+    allocations = 0;
+    manager.RequestUpdate();
+    for (const auto deadline = Clock::now() + std::chrono::milliseconds(kMustNotTimeOutMs);
+         manager.GetState() != ManagerState_Fading;) {
+      ASSERT_LT(Clock::now(), deadline);
+      play();
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    untilSteady();
+    EXPECT_EQ(allocations, 0u) << "after a longer block";
   }
 }
