@@ -55,6 +55,7 @@ void ZORAPOProcessChain::OnChannelData(ZORAPOProcessWrapper* /*wrapper*/,
 void ZORAPOProcessChain::Process(IZORAudioData<float>& input, IZORAudioData<float>& output,
                                  IZORAPOProcessChainPipeHook* hook) {
   m_pPipeHook = hook;
+  m_bPlayed = true;
   if (m_bBypass || !m_bBuilt) {
     ProcessBypassed(input, output, hook);
     return;
@@ -154,6 +155,10 @@ void ZORAPOProcessChain::ResetChain() {
   m_tunedValues.Clear();
   m_pad.SetDelay(0);
   m_bBuilt = false;
+  m_bPlayed = false;
+  m_bForeignStages = false;
+  m_warmFrames = 0;
+  m_warmChannels = 0;
   m_chainChannels = 0;
   m_internalRate = 0;
   m_sampleRate = 0;
@@ -394,6 +399,38 @@ uint32_t ZORAPOProcessChain::GetNaturalLatency() const {
   return frames;
 }
 
+void ZORAPOProcessChain::Warm(uint32_t frames, uint32_t inChannels, uint32_t outChannels,
+                              uint32_t sampleRate) {
+  const uint32_t channels = inChannels << 16 | outChannels;
+  if (m_bPlayed || m_bForeignStages || frames == 0 ||
+      (frames <= m_warmFrames && channels == m_warmChannels)) {
+    return;
+  }
+  for (ZORAPOProcessWrapper* wrapper : m_wrappers) {
+    wrapper->SetDry(true);
+  }
+  const std::vector<float> silence(size_t{frames} * inChannels, 0.0f);
+  ZORAudioDataFloat input;
+  ZORAudioDataFloat output;
+  if (inChannels == outChannels) {
+    input.AssignMemory(silence.data(), frames, inChannels, true, sampleRate);
+    Process(input, input, nullptr);
+  }
+  input.AssignMemory(silence.data(), frames, inChannels, true, sampleRate);
+  output.Allocate(frames, outChannels, sampleRate);
+  Process(input, output, nullptr);
+  for (ZORAPOProcessWrapper* wrapper : m_wrappers) {
+    wrapper->SetDry(false);
+    wrapper->Rewind();
+  }
+  // Silence went through the delay lines, which held silence: they hold
+  // the same as before.
+  m_resample.Rewind();
+  m_bPlayed = false;
+  m_warmFrames = frames;
+  m_warmChannels = channels;
+}
+
 void ZORAPOProcessChain::TakeOverState(ZORAPOProcessChain& other) {
   for (ZORAPOProcessWrapper* wrapper : m_wrappers) {
     for (ZORAPOProcessWrapper* from : other.m_wrappers) {
@@ -417,6 +454,7 @@ bool ZORAPOProcessChain::BuildFromStages(uint32_t chainChannels, uint32_t sample
   for (IZORAudioProcess<float>* stage : stages) {
     m_resample.AddProcess(stage);
   }
+  m_bForeignStages = true;
   m_chainChannels = chainChannels;
   m_sampleRate = sampleRate;
   m_internalRate = internalRate;

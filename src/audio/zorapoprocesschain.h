@@ -120,6 +120,16 @@ class ZORAPOProcessChain : public IZORAPOProcessWrapperHook {
   void SetMinLatency(uint64_t minLatency) { m_minLatency = minLatency; }
   uint32_t GetLatencyFrames() const { return m_latencyFrames; }
 
+  // Sizes every store the chain's first blocks of `frames` frames grow, as
+  // the chain that plays (in place when the widths agree) and as the chain
+  // fading in, so that it plays from its first block without allocating:
+  // one pass on silence with the tech processes left out, then the block
+  // adaption, the FIFO and the converters are put back as the build left
+  // them. Does nothing for a chain that has played since its build, which
+  // its own blocks sized, nor for stages an embedder built it from. Thread
+  // that builds the chain, while the chain isn't playing.
+  void Warm(uint32_t frames, uint32_t inChannels, uint32_t outChannels, uint32_t sampleRate);
+
   // Lets this chain, about to be faded in, continue from where `other`
   // stands, so both sound alike at the start of a fade: each process takes
   // the state of the first process of `other` that accepts. Audio thread.
@@ -176,6 +186,10 @@ class ZORAPOProcessChain : public IZORAPOProcessWrapperHook {
   ZORAudioProcessResampleChain m_resample;  // the tuned path's stages, in order
   bool m_bBuilt = false;
   bool m_bLive = false;
+  bool m_bPlayed = false;        // ran a block since its build
+  bool m_bForeignStages = false;  // built by BuildFromStages
+  uint32_t m_warmFrames = 0;     // the largest block Warm sized for
+  uint32_t m_warmChannels = 0;   // and the widths, in and out, packed
   ZORAPOWorkspace m_lastChain;  // what the chain was last built from
   ZORAPOEndpointInfo m_endpoint;
   ZORAPOOperatingMode m_mode;

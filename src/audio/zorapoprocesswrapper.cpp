@@ -90,7 +90,9 @@ void ZORAPOProcessWrapper::ProcessBlock(IZORAudioData<float>* data) {
     hook = &m_hookRecord;
   }
   ZORChannelNode* list = channels > 0 ? m_nodes.data() : nullptr;
-  m_tech->table->Process(m_tech, list, list, frames, hook);
+  if (!m_bDry) {
+    m_tech->table->Process(m_tech, list, list, frames, hook);
+  }
   data->ReleaseData();
 }
 

@@ -67,6 +67,12 @@ class ZORAPOProcessWrapper : public IZORUTSController, public ZORAudioProcessBlo
   // both have a process and this one takes the other's state. Audio thread.
   bool TransferState(ZORAPOProcessWrapper& other);
 
+  // While dry, Process moves blocks through the block adaption but never
+  // calls the process, whose state so stays as it was: a chain runs its
+  // wrappers dry to size its stores before it plays. Thread that builds the
+  // chain, while the chain isn't playing.
+  void SetDry(bool dry) { m_bDry = dry; }
+
   // Hooks that see the side channel a process hands over during Process:
   // `preHook` a copy of it, `postHook` the block itself, which it may
   // rewrite. The chain attaches none yet; Load clears both. Chain-building
@@ -96,6 +102,7 @@ class ZORAPOProcessWrapper : public IZORUTSController, public ZORAudioProcessBlo
   IZORAPOProcessWrapperHook* m_preHook = nullptr;
   IZORAPOProcessWrapperHook* m_postHook = nullptr;
   std::atomic<uint32_t> m_bypass{0};
+  bool m_bDry = false;
   uint32_t m_channels = 0;
   uint32_t m_sampleRate = 0;
 

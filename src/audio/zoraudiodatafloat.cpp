@@ -86,6 +86,13 @@ void ZORAudioDataFloat::CopyFrom(const ZORAudioDataFloat& other) {
   std::copy(other.m_planar.begin(), other.m_planar.end(), m_planar.begin());
 }
 
+void ZORAudioDataFloat::Reserve(uint32_t frames, uint32_t channels) {
+  const size_t samples = size_t{frames} * channels;
+  m_interleaved.reserve(samples);
+  m_planar.reserve(samples);
+  m_roles.reserve(channels);
+}
+
 // audio thread
 bool ZORAudioDataFloat::Allocate(uint32_t frames, uint32_t channels, uint32_t sampleRate) {
   m_interleaved.clear();

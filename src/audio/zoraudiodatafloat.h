@@ -58,6 +58,10 @@ class ZORAudioDataFloat : public IZORAudioData<float> {
   ZORAudioDataFloat& operator=(IZORAudioData<float>& other);
 
   bool Allocate(uint32_t frames, uint32_t channels, uint32_t sampleRate) override;
+  // Gives both stores and the roles room for a block of this shape, so that
+  // the audio thread's first block of it allocates nothing. Keeps the shape
+  // and the samples.
+  void Reserve(uint32_t frames, uint32_t channels);
   float* GetData(bool forWrite, bool interleaved) override;
   void ReleaseData() override {}
   uint32_t GetFrames() const override { return m_frames; }

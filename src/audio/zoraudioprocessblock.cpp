@@ -47,6 +47,20 @@ void ZORAudioProcessBlock::SetBlockSize(uint32_t blockFrames, uint32_t channels)
   m_blockData.Allocate(0, 0, 0);
 }
 
+void ZORAudioProcessBlock::Rewind() {
+  if (!m_bRingsReady) {
+    return;
+  }
+  m_blockData.Allocate(m_blockFrames, m_inputRing.GetChannels(), 0);
+  ZORAudioDataIndexed<float> silence(&m_blockData);
+  for (ZORRingBuffer<float>* ring : {&m_inputRing, &m_outputRing}) {
+    ring->Reset(false);
+    silence.SetIndex(0);
+    ring->Write(silence);
+  }
+  m_blockData.Allocate(0, 0, 0);
+}
+
 // audio thread
 void ZORAudioProcessBlock::Process(IZORAudioData<float>* data) {
   if (m_blockFrames == 0) {

@@ -34,6 +34,10 @@ class ZORAudioProcessBlock : public IZORAudioProcess<float> {
   // from the deriving stage's Init, on the thread that builds the chain.
   void SetBlockSize(uint32_t blockFrames, uint32_t channels);
   uint32_t GetBlockSize() const { return m_blockFrames; }
+  // Starts both rings half full of silence again, as SetBlockSize left them,
+  // keeping their memory and the scratch blocks' capacity. Thread that
+  // builds the chain.
+  void Rewind();
 
  protected:
   // The stage's real work, on exactly one block of the block size (or on the

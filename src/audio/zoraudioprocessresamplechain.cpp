@@ -111,6 +111,17 @@ void ZORAudioProcessResampleChain::ResetFifo() {
   m_droppedFrames = 0;
 }
 
+void ZORAudioProcessResampleChain::Rewind() {
+  const uint32_t cushion = m_cushionFrames;
+  ResetFifo();
+  m_cushionFrames = cushion;
+  FifoPushFrontSilence(size_t{cushion} * m_fifoChannels);
+  if (m_internalRate != 0) {
+    m_down.Restart();
+    m_up.Restart();
+  }
+}
+
 uint32_t ZORAudioProcessResampleChain::GetFifoFrames() const {
   return m_fifoChannels != 0 ? static_cast<uint32_t>(m_fifoCount / m_fifoChannels) : 0;
 }

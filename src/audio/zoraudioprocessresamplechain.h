@@ -42,6 +42,10 @@ class ZORAudioProcessResampleChain : public ZORAudioProcessChain<float> {
   // Empties the FIFO and its counters, so that a chain that is built anew
   // starts from one cushion rather than stacking one per build.
   void ResetFifo();
+  // After a pass on silence: the FIFO back to the silent cushions it held,
+  // the converters set up anew as Init left them; capacities stay. The
+  // stages are the owner's to put back. Thread that builds the chain.
+  void Rewind();
 
   // Frames the FIFO holds between blocks.
   uint32_t GetFifoFrames() const;

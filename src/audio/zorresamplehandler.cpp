@@ -6,6 +6,9 @@
 #include "audio/zoraudiodatafloat.h"
 
 bool ZORResampleHandler::Init(uint32_t inputRate, uint32_t outputRate, uint32_t channels) {
+  m_inputRate = inputRate;
+  m_outputRate = outputRate;
+  m_channels = channels;
   if (m_convert.SetFormat(inputRate, outputRate, channels) == ZORSampleRateConvert::kFormatFailed) {
     return false;
   }
@@ -14,6 +17,14 @@ bool ZORResampleHandler::Init(uint32_t inputRate, uint32_t outputRate, uint32_t 
   ZORAudioDataFloat scratch;
   scratch.SetSampleRate(outputRate);
   return Convert(silence, scratch);
+}
+
+bool ZORResampleHandler::Restart() {
+  if (m_inputRate == 0) {
+    return false;
+  }
+  m_convert.Forget();
+  return Init(m_inputRate, m_outputRate, m_channels);
 }
 
 // audio thread

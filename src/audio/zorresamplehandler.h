@@ -27,6 +27,9 @@ class ZORResampleHandler {
   // store is sized for 10 ms blocks. False if the converter refuses the
   // format.
   bool Init(uint32_t inputRate, uint32_t outputRate, uint32_t channels);
+  // Sets the converter up anew for the format Init was given, as Init left
+  // it, keeping the output store's capacity. Thread that builds the chain.
+  bool Restart();
 
   // Converts `input` at its rate into `output` at output's rate (which the
   // caller has set), taking up the input's channels; output gets as many
@@ -40,4 +43,7 @@ class ZORResampleHandler {
  private:
   ZORSampleRateConvert m_convert;
   std::vector<float> m_output;  // what the converter gave, interleaved
+  uint32_t m_inputRate = 0;     // Init's format, for Restart
+  uint32_t m_outputRate = 0;
+  uint32_t m_channels = 0;
 };

@@ -35,6 +35,9 @@ class ZORSampleRateConvert {
   bool Convert(const float* input, uint32_t& inputSamples, float* output,
                uint32_t& outputSamples);
 
+  // Forgets the format, so that the next SetFormat sets the converter up
+  // anew even for the same one.
+  void Forget() { m_inputRate = m_outputRate = m_channels = 0; }
   uint32_t GetInputRate() const { return m_inputRate; }
   uint32_t GetOutputRate() const { return m_outputRate; }
   uint32_t GetChannels() const { return m_channels; }

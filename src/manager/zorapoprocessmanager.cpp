@@ -63,9 +63,14 @@ bool ZORAPOProcessManager::Initialize(uint32_t chIn, uint32_t chOut, uint32_t nS
   m_inputPeaks.assign(chIn, 0.0f);
   m_outputPeaks.assign(chOut, 0.0f);
 
-  // The flush buffer is made here, off the audio thread, at the size the
-  // stale test will ask for.
+  // The flush buffer and every block are made here, off the audio thread,
+  // at the sizes the stream and the stale test will ask for: the engine's
+  // 10 ms period until the stream shows another.
   m_flushBuffer.assign(static_cast<size_t>(FlushFrames()) * std::max(chIn, chOut), 0.0f);
+  m_blockFrames = std::max(nSampleRate / 100, 1u);
+  m_fadeBlockFrames = m_blockFrames;
+  m_blocks[0].Reserve(m_blockFrames, chIn, chOut);
+  m_blocks[1].Reserve(FlushFrames(), chIn, chOut);
 
   PrepareChains();
   m_worker.Start(&m_workerBody);
@@ -92,10 +97,42 @@ void ZORAPOProcessManager::PrepareChains() {
   m_hUpdateEvent.Reset();
 
   UpdateWorkspace(m_pActiveChain);
+  WarmChain(*m_pActiveChain);
   m_pActiveChain->SetLive(true);
   UpdateWorkspace(m_pPreparedChain);
+  PrepareToFade(*m_pPreparedChain);
 
   m_xfade.Init(m_nSampleRate, kFadeTime, static_cast<uint64_t>(GetLatency()));
+}
+
+void ZORAPOProcessManager::ProcessBlocks::Reserve(uint32_t frames, uint32_t channelsIn,
+                                                  uint32_t channelsOut) {
+  input.Reserve(frames, channelsIn);
+  output.Reserve(frames, channelsOut);
+  fadeInput.Reserve(frames, channelsIn);
+  fadeOutput.Reserve(frames, channelsOut);
+}
+
+void ZORAPOProcessManager::PrepareToFade(ZORAPOProcessChain& chain) {
+  const uint32_t frames = m_blockFrames.load(std::memory_order_relaxed);
+  if (frames > m_fadeBlockFrames) {
+    // The audio thread touches the fade blocks only from the start of a fade
+    // to the end of the Process call that ends it; neither can happen while
+    // this holds the lock in steady state.
+    ZORScopedLock lock(m_chainLock);
+    if (m_state == ManagerState_Steady) {
+      m_fadeBlockFrames = frames;
+      m_blocks[0].fadeInput.Reserve(frames, m_nChannelsIn);
+      m_blocks[0].fadeOutput.Reserve(frames, m_nChannelsOut);
+    }
+  }
+  WarmChain(chain);
+}
+
+void ZORAPOProcessManager::WarmChain(ZORAPOProcessChain& chain) {
+  // Sized for the flush's block too, which is longer than the stream's.
+  const uint32_t frames = std::max(m_blockFrames.load(std::memory_order_relaxed), FlushFrames());
+  chain.Warm(frames, m_nChannelsIn, m_nChannelsOut, m_nSampleRate);
 }
 
 // Steady -> Fading: the prepared chain starts to fade in, the spare becomes
@@ -140,6 +177,9 @@ void ZORAPOProcessManager::Process(const float* pInput, uint32_t* nFramesIn, flo
   ZORDepthGuard depth(m_processDepth);
   ProcessBlocks& blocks = m_blocks[m_processDepth > 1 ? 1 : 0];
   const uint32_t framesOut = *nFramesOut;
+  if (m_processDepth == 1 && framesOut > m_blockFrames.load(std::memory_order_relaxed)) {
+    m_blockFrames.store(framesOut, std::memory_order_relaxed);  // the worker sizes for it
+  }
   const size_t capacity = static_cast<size_t>(framesOut) * m_nChannelsOut;
 
   if (capacity != 0) {
@@ -163,16 +203,19 @@ void ZORAPOProcessManager::Process(const float* pInput, uint32_t* nFramesIn, flo
 
   StaleTest(bSilentInput);
 
-  // Outside a fade, a chain of equal widths works on the input block in
-  // place, which spares a copy of the block per call.
-  ZORAudioDataFloat& out =
-      !fading && m_nChannelsIn == m_nChannelsOut ? blocks.input : blocks.output;
-  m_pActiveChain->Process(blocks.input, out, this);
+  // A chain of equal widths works on the input block in place, which
+  // spares a copy of the block per call.
+  ZORAudioDataFloat* playing =
+      m_nChannelsIn == m_nChannelsOut ? &blocks.input : &blocks.output;
+  m_pActiveChain->Process(blocks.input, *playing, this);
 
   // Polled again: the stale flush may have run the fade to its end.
+  bool fadeEnded = false;
   if (fading && m_hFadeEvent.Wait(0)) {
-    Crossfade(blocks, framesOut);
+    fadeEnded = Crossfade(blocks, *playing, framesOut);
+    playing = &blocks.fadeOutput;
   }
+  ZORAudioDataFloat& out = *playing;
 
   if ((m_meteringMode & kMeterOutput) != 0) {
     Meter(m_outputMeter, out, m_outputPeaks);
@@ -201,10 +244,15 @@ void ZORAPOProcessManager::Process(const float* pInput, uint32_t* nFramesIn, flo
   if (m_pClock->QueryCounter(now)) {
     m_lastProcess.counter = now;
   }
+  // Last, once the fade blocks are done with: the worker may size them then.
+  if (fadeEnded) {
+    SwitchState(ManagerState_Steady);
+  }
 }
 
 // audio thread
-void ZORAPOProcessManager::Crossfade(ProcessBlocks& blocks, uint32_t framesOut) {
+bool ZORAPOProcessManager::Crossfade(ProcessBlocks& blocks, ZORAudioDataFloat& oldOutput,
+                                     uint32_t framesOut) {
   // A finished fade is rearmed on the first block of the next one. The delay
   // equals the chain latency, so the new chain's output has come through
   // before any of it is mixed in.
@@ -215,18 +263,14 @@ void ZORAPOProcessManager::Crossfade(ProcessBlocks& blocks, uint32_t framesOut) 
     m_pFadeInChain->TakeOverState(*m_pActiveChain);
   }
 
-  blocks.oldOutput = blocks.output;
-  blocks.output.Allocate(framesOut, m_nChannelsOut, m_nSampleRate);
-
+  blocks.fadeOutput.Allocate(framesOut, m_nChannelsOut, m_nSampleRate);
   m_bInFadeChain = m_bRenderEndpoint;
   // Capture chains feed the pipe once, from the active chain.
-  m_pFadeInChain->Process(blocks.fadeInput, blocks.output, m_bRenderEndpoint ? this : nullptr);
+  m_pFadeInChain->Process(blocks.fadeInput, blocks.fadeOutput, m_bRenderEndpoint ? this : nullptr);
   m_bInFadeChain = false;
 
-  m_xfade.Process(blocks.oldOutput, blocks.output);
-  if (m_xfade.GetPosition() >= 1.0f) {
-    SwitchState(ManagerState_Steady);
-  }
+  m_xfade.Process(oldOutput, blocks.fadeOutput);
+  return m_xfade.GetPosition() >= 1.0f;
 }
 
 uint32_t ZORAPOProcessManager::FlushFrames() const {

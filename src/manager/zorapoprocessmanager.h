@@ -270,19 +270,32 @@ class ZORAPOProcessManager : public IZORAPOEndpointNotify,
   // Peaks of `data` into `peaks` (sized ahead) and onto `meter`. Audio thread.
   void Meter(ZORAPOSharedMeter& meter, IZORAudioData<float>& data, std::vector<float>& peaks);
 
-  // The blocks of one Process call. Their stores keep their capacity, so
-  // steady state allocates nothing; the flush nests one call, which gets the
-  // second set.
+  // The blocks of one Process call, sized off the audio thread for the
+  // block size, so that neither steady state nor a fade allocates; the flush
+  // nests one call, which gets the second set. `output` serves the chain
+  // that plays when the widths differ; the fade blocks serve only fades,
+  // so the worker may size them while no fade runs.
   struct ProcessBlocks {
     ZORAudioDataFloat input;
     ZORAudioDataFloat output;
     ZORAudioDataFloat fadeInput;
-    ZORAudioDataFloat oldOutput;
+    ZORAudioDataFloat fadeOutput;
+    void Reserve(uint32_t frames, uint32_t channelsIn, uint32_t channelsOut);
   };
+
+  // Before a chain is faded in: the fade blocks follow a block size that
+  // grew (under the lock, while steady), and the chain gets its stores
+  // sized. Worker or configuration thread.
+  void PrepareToFade(ZORAPOProcessChain& chain);
+  // Sizes the stores of a chain that does not play, for the stream's and
+  // the flush's blocks.
+  void WarmChain(ZORAPOProcessChain& chain);
 
   void PrepareChains();
   void StaleTest(bool bSilentInput);
-  void Crossfade(ProcessBlocks& blocks, uint32_t framesOut);
+  // Runs the chain fading in on the fade blocks and mixes `oldOutput`, the
+  // playing chain's block, into blocks.fadeOutput. True when the fade ended.
+  bool Crossfade(ProcessBlocks& blocks, ZORAudioDataFloat& oldOutput, uint32_t framesOut);
   uint32_t FlushFrames() const;
 
   zor::os::Event* m_pClientEvent = nullptr;
@@ -313,6 +326,10 @@ class ZORAPOProcessManager : public IZORAPOEndpointNotify,
   zor::os::Event m_hUpdateEvent{zor::os::EventReset::Auto, false};
   ProcessBlocks m_blocks[2];
   uint32_t m_processDepth = 0;
+  // The largest block the stream has brought, 10 ms until it brings one;
+  // the audio thread raises it. And the size the fade blocks have.
+  std::atomic<uint32_t> m_blockFrames{0};
+  uint32_t m_fadeBlockFrames = 0;
   std::vector<float> m_flushBuffer;  // sized by Initialize, so a flush allocates nothing
   IZORAPOChainBuilder* m_pChainBuilder = nullptr;
   // The binding: read-only while the worker runs.

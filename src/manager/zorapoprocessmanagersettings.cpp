@@ -390,10 +390,12 @@ bool ZORAPOProcessManager::RunWorker(zor::os::Event& stopEvent) {
     // is built signals again and causes one more pass.
     m_hUpdateEvent.Reset();
     UpdateWorkspace(PreparedChain());
+    PrepareToFade(*PreparedChain());
     OpenSettingsReader(reader);
     SwitchState(ManagerState_Fading);
     ZORAPOProcessChain* const next = PreparedChain();
     UpdateWorkspace(next);
+    WarmChain(*next);
     // Once a tool is watched the poll never stops in this thread's life.
     poll = next->IsWatchingTuning();
     if (poll) {

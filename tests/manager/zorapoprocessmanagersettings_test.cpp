@@ -10,6 +10,7 @@
 #include <numeric>
 #include <thread>
 
+#include "allocationcounter.h"
 #include "chaintesting.h"
 #include "childprocess.h"
 #include "manager/zorapoprocessmanager.h"
@@ -67,6 +68,17 @@ class FrozenClock : public IZORPerformanceClock {
  public:
   bool QueryCounter(int64_t& counter) override { return (counter = 1), true; }
   bool QueryFrequency(int64_t& frequency) override { return (frequency = 1000), true; }
+};
+
+// Moves only when told, in milliseconds. Atomic: the worker reads it too.
+class SteppedClock : public IZORPerformanceClock {
+ public:
+  bool QueryCounter(int64_t& counter) override { return (counter = m_now.load()), true; }
+  bool QueryFrequency(int64_t& frequency) override { return (frequency = 1000), true; }
+  void Advance(int64_t milliseconds) { m_now += milliseconds; }
+
+ private:
+  std::atomic<int64_t> m_now{1000};
 };
 
 // A 997 Hz sine through the manager, block by block, kept for inspection.
@@ -358,4 +370,84 @@ TEST_F(ManagerSettings, MetersShowBothSidesWhileMutedAndInitializeCounts) {
   ZORAPOProcessManager capture;
   ASSERT_TRUE(capture.SetEndpointInfo(ListedEndpoint(false), 1));
   EXPECT_EQ(capture.GetMeteringMode(), 0u);
+}
+
+// The audio thread allocates nothing from the first block on, with both
+// meters on: in steady state, in the first fade of the chain Initialize
+// built, in the first fade of a chain the worker built for another mode,
+// and in a flush; without a configuration and with the laptop's chains,
+// resampled too.
+TEST_F(ManagerSettings, AudioThreadAllocatesNothingFromTheFirstBlock) {
+  struct Case {
+    const char* file;
+    uint32_t location, in, out, rate;
+  } const cases[] = {{nullptr, 1, 2, 2, 48000},      {nullptr, 1, 6, 2, 48000},      {"laptop.xml", 1, 2, 2, 48000},
+                     {"laptop.xml", 2, 2, 2, 44100}, {"laptop.xml", 1, 6, 2, 48000}, {"laptop.xml", 1, 2, 2, 22050}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << (c.file ? c.file : "unconfigured") << " at " << c.location << ", "
+                                    << c.in << " to " << c.out << " at " << c.rate);
+    SteppedClock clock;
+    ZORAPOProcessManager manager;
+    manager.SetClock(&clock);
+    const ZORAPOEndpointInfo* info = c.file ? &MakeEndpoint(ExampleFile(c.file)) : nullptr;
+    if (info) {
+      ASSERT_TRUE(manager.SetEndpointInfo(*info, c.location));
+    }
+    ASSERT_TRUE(manager.Initialize(c.in, c.out, c.rate, 0, c.location));
+    manager.SetMeteringMode(ZORAPOProcessManager::kMeterInput | ZORAPOProcessManager::kMeterOutput);
+    const uint32_t frames = c.rate / 100;
+    const std::vector<float> input = Noise(size_t{2 * frames} * c.in, 7);
+    std::vector<float> output(size_t{2 * frames} * c.out);
+    uint32_t blockFrames = frames;
+    uint64_t allocations = 0;
+    auto play = [&] {
+      uint32_t in = blockFrames, out = blockFrames;
+      AllocationCounter counter;
+      manager.Process(input.data(), &in, output.data(), &out, false);
+      allocations += counter.Count();
+    };
+    auto untilSteady = [&] {
+      for (const auto deadline = Clock::now() + std::chrono::milliseconds(kMustNotTimeOutMs);
+           manager.GetState() != ManagerState_Steady;) {
+        ASSERT_LT(Clock::now(), deadline);
+        play();
+      }
+    };
+    for (int i = 0; i < 20; ++i) play();
+    ASSERT_TRUE(manager.SwitchState(ManagerState_Fading));
+    untilSteady();
+    // Another mode, so the worker builds a chain anew.
+    ZORAPOModeSelector selector;
+    if (info) {
+      ASSERT_TRUE(selector.Init(info->GetSettingsKeyPath(), ZORAPOModeId()));
+      ASSERT_TRUE(selector.SetMode(ZORAPOModeId("APO4-Movie", "APO4-Internal Stereo")));
+    } else {
+      manager.RequestUpdate();
+    }
+    for (const auto deadline = Clock::now() + std::chrono::milliseconds(kMustNotTimeOutMs);
+         manager.GetState() != ManagerState_Fading;) {
+      ASSERT_LT(Clock::now(), deadline);
+      play();
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    untilSteady();
+    clock.Advance(400);
+    play();  // stale: flushes
+    for (int i = 0; i < 20; ++i) play();
+    EXPECT_EQ(allocations, 0u);
+    // A longer block allocates once, in itself; the worker sizes the fade
+    // blocks and the next chain for it.
+    blockFrames = 2 * frames;
+    play();
+    allocations = 0;
+    manager.RequestUpdate();
+    for (const auto deadline = Clock::now() + std::chrono::milliseconds(kMustNotTimeOutMs);
+         manager.GetState() != ManagerState_Fading;) {
+      ASSERT_LT(Clock::now(), deadline);
+      play();
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    untilSteady();
+    EXPECT_EQ(allocations, 0u) << "after a longer block";
+  }
 }
