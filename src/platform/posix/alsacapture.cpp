@@ -3,13 +3,13 @@
 #include <alsa/asoundlib.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <cstring>
 #include <mutex>
 #include <vector>
 
+#include "platform/comobject.h"
 #include "platform/text.h"
 
 namespace zor::os {
@@ -167,43 +167,14 @@ bool RecordOf(const WAVEFORMATEX* format, WaveFormatRecord& record) {
   return size <= 18 + 22 && ParseWaveFormatRecord({bytes, size}, record);
 }
 
-template <typename Interface>
-class Counted : public Interface {
- public:
-  ULONG STDMETHODCALLTYPE AddRef() override { return ++m_refs; }
-  ULONG STDMETHODCALLTYPE Release() override {
-    const ULONG left = --m_refs;
-    if (left == 0) delete this;
-    return left;
-  }
-  virtual ~Counted() = default;
-
- protected:
-  HRESULT Answer(REFIID riid, const IID& own, void** ppv) {
-    if (!ppv) return E_POINTER;
-    if (IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, own)) {
-      *ppv = static_cast<Interface*>(this);
-      AddRef();
-      return S_OK;
-    }
-    *ppv = nullptr;
-    return E_NOINTERFACE;
-  }
-
- private:
-  std::atomic<ULONG> m_refs{1};
-};
 
 class AlsaAudioClient;
 
 // The capture service of a client; it keeps its client alive.
-class AlsaCaptureClient final : public Counted<IAudioCaptureClient> {
+class AlsaCaptureClient final : public ComObject<IAudioCaptureClient> {
  public:
   explicit AlsaCaptureClient(AlsaAudioClient* client);
   ~AlsaCaptureClient() override;
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-    return Answer(riid, IID_IAudioCaptureClient, ppv);
-  }
   HRESULT STDMETHODCALLTYPE GetBuffer(BYTE** data, UINT32* frames, DWORD* flags, UINT64* devicePosition,
                                       UINT64* counterPosition) override;
   HRESULT STDMETHODCALLTYPE ReleaseBuffer(UINT32 framesRead) override;
@@ -213,13 +184,10 @@ class AlsaCaptureClient final : public Counted<IAudioCaptureClient> {
   AlsaAudioClient* m_client;
 };
 
-class AlsaAudioClient final : public Counted<IAudioClient> {
+class AlsaAudioClient final : public ComObject<IAudioClient> {
  public:
-  explicit AlsaAudioClient(AlsaCaptureEndpoint endpoint) : m_endpoint(std::move(endpoint)) {}
-
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-    return Answer(riid, IID_IAudioClient, ppv);
-  }
+  explicit AlsaAudioClient(AlsaCaptureEndpoint endpoint)
+      : ComObject<IAudioClient>(IID_IAudioClient), m_endpoint(std::move(endpoint)) {}
 
   HRESULT STDMETHODCALLTYPE Initialize(AUDCLNT_SHAREMODE shareMode, DWORD flags, REFERENCE_TIME duration,
                                        REFERENCE_TIME, const WAVEFORMATEX* format, LPCGUID) override {
@@ -394,7 +362,8 @@ class AlsaAudioClient final : public Counted<IAudioClient> {
   bool m_discontinuity = false;
 };
 
-AlsaCaptureClient::AlsaCaptureClient(AlsaAudioClient* client) : m_client(client) { m_client->AddRef(); }
+AlsaCaptureClient::AlsaCaptureClient(AlsaAudioClient* client)
+    : ComObject<IAudioCaptureClient>(IID_IAudioCaptureClient), m_client(client) { m_client->AddRef(); }
 AlsaCaptureClient::~AlsaCaptureClient() { m_client->Release(); }
 HRESULT AlsaCaptureClient::GetBuffer(BYTE** data, UINT32* frames, DWORD* flags, UINT64* devicePosition,
                                      UINT64* counterPosition) {
@@ -405,8 +374,9 @@ HRESULT AlsaCaptureClient::GetNextPacketSize(UINT32* frames) { return m_client->
 
 // ALSA has no endpoint meter: this one runs a capture of its own from the
 // moment it is made, and answers the peak of what came since the last read.
-class AlsaMeter final : public Counted<IAudioMeterInformation> {
+class AlsaMeter final : public ComObject<IAudioMeterInformation> {
  public:
+  AlsaMeter() : ComObject<IAudioMeterInformation>(IID_IAudioMeterInformation) {}
   HRESULT Open(const AlsaCaptureEndpoint& endpoint) {
     const uint32_t frames = FramesOf(kAlsaMinimumBuffer, endpoint.mixFormat.sampleRate);
     const HRESULT opened = m_stream.Open(endpoint.device, endpoint.mixFormat, frames);
@@ -416,9 +386,6 @@ class AlsaMeter final : public Counted<IAudioMeterInformation> {
     return m_stream.Start() ? S_OK : AUDCLNT_E_DEVICE_INVALIDATED;
   }
 
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-    return Answer(riid, IID_IAudioMeterInformation, ppv);
-  }
   HRESULT STDMETHODCALLTYPE GetPeakValue(float* peak) override {
     if (!peak) return E_POINTER;
     const std::lock_guard<std::mutex> lock(m_lock);

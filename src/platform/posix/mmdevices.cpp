@@ -1,7 +1,6 @@
 #include "platform/posix/mmdevices.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cstring>
 #include <map>
 #include <memory>
@@ -10,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/comobject.h"
 #include "platform/event.h"
 #include "platform/posix/alsacapture.h"
 
@@ -55,33 +55,6 @@ DWORD ReadState(const RegKey& device) {
   return device.ReadDword(kDeviceStateName, state) == RegStatus::Ok ? state : DEVICE_STATE_NOTPRESENT;
 }
 
-// A reference-counted object answering for IUnknown and one interface.
-template <typename Interface>
-class ComObject : public Interface {
- public:
-  explicit ComObject(const IID& iid) : m_iid(iid) {}
-  virtual ~ComObject() = default;
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-    if (!ppv) return E_POINTER;
-    if (IsEqualGUID(riid, IID_IUnknown) || IsEqualGUID(riid, m_iid)) {
-      *ppv = static_cast<Interface*>(this);
-      this->AddRef();
-      return S_OK;
-    }
-    *ppv = nullptr;
-    return E_NOINTERFACE;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return ++m_refs; }
-  ULONG STDMETHODCALLTYPE Release() override {
-    const ULONG left = --m_refs;
-    if (left == 0) delete this;
-    return left;
-  }
-
- private:
-  const IID& m_iid;
-  std::atomic<ULONG> m_refs{1};
-};
 
 template <typename Object>
 HRESULT Hand(Object* object, REFIID riid, void** ppv) {

@@ -1,35 +1,13 @@
 #include "hostdevicelist.h"
 
-#include <atomic>
 #include <string>
 #include <vector>
 
+#include "platform/comobject.h"
+
 namespace {
 
-// Reference counting shared by the little COM objects below.
-template <typename Interface>
-class Counted : public Interface {
- public:
-  ULONG STDMETHODCALLTYPE AddRef() override { return ++m_refs; }
-  ULONG STDMETHODCALLTYPE Release() override {
-    const ULONG left = --m_refs;
-    if (left == 0) delete this;
-    return left;
-  }
-
- protected:
-  virtual ~Counted() = default;
-  HRESULT Answer(REFIID riid, REFIID own, void** ppv) {
-    if (ppv == nullptr) return E_POINTER;
-    *ppv = IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, own) ? this : nullptr;
-    if (*ppv == nullptr) return E_NOINTERFACE;
-    AddRef();
-    return S_OK;
-  }
-
- private:
-  std::atomic<ULONG> m_refs{1};
-};
+using zor::os::ComObject;
 
 std::wstring IdOf(IMMDevice* device) {
   LPWSTR id = nullptr;
@@ -39,12 +17,10 @@ std::wstring IdOf(IMMDevice* device) {
   return text;
 }
 
-class DeviceCollection final : public Counted<IMMDeviceCollection> {
+class DeviceCollection final : public ComObject<IMMDeviceCollection> {
  public:
-  explicit DeviceCollection(std::vector<IMMDevice*> devices) : m_devices(std::move(devices)) {}
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-    return Answer(riid, IID_IMMDeviceCollection, ppv);
-  }
+  explicit DeviceCollection(std::vector<IMMDevice*> devices)
+      : ComObject<IMMDeviceCollection>(IID_IMMDeviceCollection), m_devices(std::move(devices)) {}
   HRESULT STDMETHODCALLTYPE GetCount(UINT* count) override {
     if (count == nullptr) return E_POINTER;
     *count = static_cast<UINT>(m_devices.size());
@@ -67,14 +43,12 @@ class DeviceCollection final : public Counted<IMMDeviceCollection> {
 };
 
 // The system's enumerator with the host's endpoint added.
-class DeviceEnumerator final : public Counted<IMMDeviceEnumerator> {
+class DeviceEnumerator final : public ComObject<IMMDeviceEnumerator> {
  public:
-  DeviceEnumerator(IMMDeviceEnumerator* system, IMMDevice* hosted) : m_system(system), m_hosted(hosted) {
+  DeviceEnumerator(IMMDeviceEnumerator* system, IMMDevice* hosted)
+      : ComObject<IMMDeviceEnumerator>(IID_IMMDeviceEnumerator), m_system(system), m_hosted(hosted) {
     m_system->AddRef();
     m_hosted->AddRef();
-  }
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-    return Answer(riid, IID_IMMDeviceEnumerator, ppv);
   }
   HRESULT STDMETHODCALLTYPE EnumAudioEndpoints(EDataFlow flow, DWORD mask, IMMDeviceCollection** result) override {
     if (result == nullptr) return E_POINTER;
@@ -128,14 +102,12 @@ class DeviceEnumerator final : public Counted<IMMDeviceEnumerator> {
 };
 
 // Stands in for the system's class object of CLSID_MMDeviceEnumerator.
-class EnumeratorFactory final : public Counted<IClassFactory> {
+class EnumeratorFactory final : public ComObject<IClassFactory> {
  public:
-  EnumeratorFactory(IMMDeviceEnumerator* system, IMMDevice* hosted) : m_system(system), m_hosted(hosted) {
+  EnumeratorFactory(IMMDeviceEnumerator* system, IMMDevice* hosted)
+      : ComObject<IClassFactory>(IID_IClassFactory), m_system(system), m_hosted(hosted) {
     m_system->AddRef();
     m_hosted->AddRef();
-  }
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-    return Answer(riid, IID_IClassFactory, ppv);
   }
   HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID riid, void** ppv) override {
     if (ppv == nullptr) return E_POINTER;
