@@ -21,6 +21,11 @@ class ThreadPriorityBoost {
   // The calling thread's level as this class sets it: the Windows priority,
   // or the POSIX scheduling priority (0 under the default policy).
   static int CurrentLevel();
+  // Called first on every thread this library starts: a POSIX thread inherits
+  // the real-time scheduling of the thread that started it (say one boosted
+  // at a lock), and a worker at real-time priority would preempt the host's
+  // audio thread. Windows threads always start at normal priority.
+  static void StartAtNormalPriority();
 
  private:
   bool m_raised = false;

@@ -104,12 +104,23 @@ TEST(CriticalSection, IsRecursiveAndExcludesOtherThreads) {
 }
 
 // Raised where the system lets this process (Windows, a privileged Linux
-// host), and always put back.
-TEST(ThreadPriority, ABoostIsUndoneOnItsOwnThread) {
+// host), always put back, and never passed on to a thread started meanwhile
+// (a worker above the host's audio thread would starve it).
+TEST(ThreadPriority, ABoostIsUndoneOnItsOwnThreadAndNotInherited) {
   const int before = zor::os::ThreadPriorityBoost::CurrentLevel();
+  int started = -1;
   {
     const zor::os::ThreadPriorityBoost boost(15);
     EXPECT_EQ(zor::os::ThreadPriorityBoost::CurrentLevel() != before, boost.Raised());
+    zor::os::Thread thread;
+    ASSERT_TRUE(thread.Start(
+        [](void* level) {
+          *static_cast<int*>(level) = zor::os::ThreadPriorityBoost::CurrentLevel();
+          return 0u;
+        },
+        &started));
+    ASSERT_TRUE(thread.Join(kInfinite));
   }
+  EXPECT_EQ(started, before);
   EXPECT_EQ(zor::os::ThreadPriorityBoost::CurrentLevel(), before);
 }

@@ -12,6 +12,7 @@
 #include "platform/comobject.h"
 #include "platform/event.h"
 #include "platform/posix/alsacapture.h"
+#include "platform/threadpriority.h"
 
 namespace zor::os {
 namespace {
@@ -418,7 +419,10 @@ class NotificationHub {
     }
     m_stop.Reset();
     m_ready.Reset();
-    m_thread = std::thread([this, key = std::make_shared<RegKey>(std::move(audio))] { Watch(*key); });
+    m_thread = std::thread([this, key = std::make_shared<RegKey>(std::move(audio))] {
+      ThreadPriorityBoost::StartAtNormalPriority();
+      Watch(*key);
+    });
     m_ready.Wait(kInfinite);
     return true;
   }

@@ -18,6 +18,7 @@
 
 #include "platform/event.h"
 #include "platform/posix/registrystore.h"
+#include "platform/threadpriority.h"
 
 namespace zor::os::regstore {
 namespace {
@@ -124,7 +125,10 @@ class ChangeHub {
     m_wake = ::eventfd(0, EFD_CLOEXEC);
     if (m_inotify >= 0 && m_wake >= 0) {
       try {
-        m_thread = std::thread([this] { Loop(); });
+        m_thread = std::thread([this] {
+          ThreadPriorityBoost::StartAtNormalPriority();
+          Loop();
+        });
         return true;
       } catch (const std::system_error&) {
       }

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "platform/event.h"
+#include "platform/threadpriority.h"
 
 namespace zor::os {
 
@@ -29,6 +30,7 @@ struct Thread::State {
 namespace {
 
 void RunThread(const std::shared_ptr<Thread::State>& state) {
+  ThreadPriorityBoost::StartAtNormalPriority();
   {
     const std::lock_guard<std::mutex> lock(state->mutex);
     state->id = CurrentThreadId();

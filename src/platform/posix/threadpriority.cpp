@@ -23,6 +23,14 @@ int ThreadPriorityBoost::CurrentLevel() {
   return pthread_getschedparam(pthread_self(), &policy, &param) == 0 ? param.sched_priority : 0;
 }
 
+void ThreadPriorityBoost::StartAtNormalPriority() {
+  int policy = 0;
+  sched_param param{};
+  if (pthread_getschedparam(pthread_self(), &policy, &param) != 0 || policy == SCHED_OTHER) return;
+  param.sched_priority = 0;
+  pthread_setschedparam(pthread_self(), SCHED_OTHER, &param);  // lowering is always allowed
+}
+
 ThreadPriorityBoost::~ThreadPriorityBoost() {
   if (!m_raised) return;
   sched_param saved{};

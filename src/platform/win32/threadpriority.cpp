@@ -12,6 +12,8 @@ ThreadPriorityBoost::ThreadPriorityBoost(int level) {
 
 int ThreadPriorityBoost::CurrentLevel() { return ::GetThreadPriority(::GetCurrentThread()); }
 
+void ThreadPriorityBoost::StartAtNormalPriority() {}
+
 ThreadPriorityBoost::~ThreadPriorityBoost() {
   if (m_raised) ::SetThreadPriority(::GetCurrentThread(), m_savedLevel);
 }
