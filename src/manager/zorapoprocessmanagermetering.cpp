@@ -3,46 +3,9 @@
 // that a monitor in another process reads and clears. The audio path is in
 // zorapoprocessmanager.cpp, the settings in zorapoprocessmanagersettings.cpp.
 #include <algorithm>
-#include <cmath>
 
+#include "audio/zorpeakscan.h"
 #include "manager/zorapoprocessmanager.h"
-
-namespace {
-
-// The running maximum of |sample| per channel over interleaved frames. The
-// entry stays only when it is strictly greater, so a NaN replaces it, as a
-// comparison in the other order would not. With the channel count fixed at
-// compile time the loop vectorises.
-template <uint32_t kChannels>
-void PeaksOf(const float* samples, uint32_t frames, float* peaks) {
-  float running[kChannels];
-  std::copy(peaks, peaks + kChannels, running);
-  for (uint32_t frame = 0; frame < frames; ++frame) {
-    for (uint32_t c = 0; c < kChannels; ++c) {
-      const float magnitude = std::fabs(samples[static_cast<size_t>(frame) * kChannels + c]);
-      running[c] = running[c] > magnitude ? running[c] : magnitude;
-    }
-  }
-  std::copy(running, running + kChannels, peaks);
-}
-
-void PeaksOf(const float* samples, uint32_t frames, uint32_t channels, float* peaks) {
-  switch (channels) {
-    case 1: return PeaksOf<1>(samples, frames, peaks);
-    case 2: return PeaksOf<2>(samples, frames, peaks);
-    case 6: return PeaksOf<6>(samples, frames, peaks);
-    case 8: return PeaksOf<8>(samples, frames, peaks);
-    default: break;
-  }
-  for (uint32_t frame = 0; frame < frames; ++frame) {
-    for (uint32_t c = 0; c < channels; ++c) {
-      const float magnitude = std::fabs(samples[static_cast<size_t>(frame) * channels + c]);
-      peaks[c] = peaks[c] > magnitude ? peaks[c] : magnitude;
-    }
-  }
-}
-
-}  // namespace
 
 // audio thread
 void ZORAPOProcessManager::ComputePeaks(IZORAudioData<float>& data, std::vector<float>& peaks) {
@@ -59,7 +22,7 @@ void ZORAPOProcessManager::ComputePeaks(IZORAudioData<float>& data, std::vector<
     constexpr uint32_t kKept = 16;
     float kept[kKept];
     for (uint32_t c = 0; c < channels && c < kKept; ++c) kept[c] = peaks[c];
-    PeaksOf(samples, data.GetFrames(), channels, peaks.data());
+    ZORScanPeaks(samples, data.GetFrames(), channels, peaks.data());
     for (uint32_t c = 0; c < channels; ++c) {
       if (data.GetChannelRole(c) == IZORAudioData<float>::kSideChannelRole) {
         peaks[c] = c < kKept ? kept[c] : 0.0f;
