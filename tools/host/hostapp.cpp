@@ -33,19 +33,6 @@ std::unique_ptr<IHostStage> MakeStage(const std::string& name, const std::string
   return nullptr;
 }
 
-const char* StatusMeaning(uint32_t status) {
-  switch (status) {
-    case ZORAPOConfigurationFile::kStatusEmptyProperties:
-      return "the last <properties> is empty";
-    case ZORAPOConfigurationFile::kStatusModeFailed:
-      return "an <operating_mode> lacks its APO4-Operating Mode or APO4-Speaker Type";
-    case ZORAPOConfigurationFile::kStatusUnreadable:
-      return "missing or not XML, another root than <zor_configuration>, or no <properties>";
-    default:
-      return "unknown status";
-  }
-}
-
 // The stage's delay in frames: an impulse after silence, found again in the
 // output at its largest sample. -1 when the output holds no sound at all.
 int64_t MeasureLatency(const std::string& stageName, const std::string& module, HostEndpoint& endpoint, uint32_t location, HostFormat format,
@@ -156,15 +143,8 @@ int RunHost(const HostOptions& options, std::ostream& out, std::ostream& err) {
   }
 
   HostEndpoint endpoint;
-  const bool joined = !options.endpoint.empty();
-  if (!(joined ? endpoint.Join(options.store, options.endpoint, error) : endpoint.MakePrivate(options.config, error))) {
-    return fail(kExitBadInput);
-  }
   ZORAPOConfigurationFile config;
-  const uint32_t status = config.Load(endpoint.Info().GetConfigPath(), 0, options.location);
-  if (status != ZORAPOConfigurationFile::kStatusOk) {
-    error = "the configuration '" + endpoint.ConfigPath() + "' does not load: status " + std::to_string(status) +
-            " (" + StatusMeaning(status) + ")";
+  if (!endpoint.Open(options.store, options.endpoint, options.config, options.location, config, error)) {
     return fail(kExitBadInput);
   }
 
@@ -190,7 +170,7 @@ int RunHost(const HostOptions& options, std::ostream& out, std::ostream& err) {
   const bool progress = !options.quiet && IsTerminal(stderr);
   if (options.realtime && !options.quiet) {
     out << "velapo-host: playing " << input.Seconds() << " s on endpoint " << endpoint.GuidText()
-        << (joined ? "" : " (private)") << std::endl;
+        << (endpoint.IsPrivate() ? " (private)" : "") << std::endl;
   }
   const std::clock_t cpuStart = std::clock();
   player.Start();

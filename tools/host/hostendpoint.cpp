@@ -4,6 +4,8 @@
 #include <filesystem>
 #include <random>
 
+#include "config/zorapoconfigurationfile.h"
+#include "engine/zorengineendpoint.h"
 #include "platform/registry.h"
 #include "platform/text.h"
 
@@ -46,20 +48,21 @@ class HostDevice final : public IMMDevice {
 
 namespace {
 
-constexpr std::u16string_view kConfigPathValue = u"{7A8B74C8-FA66-4460-8542-D6119C59E9D4},2";
-
 std::u16string RenderKeyPath(const std::u16string& guid) {
   return std::u16string(ZORAPOEndpointInfo::kMMDevicesAudioPath) + u"Render\\" + guid;
 }
 
-std::vector<uint8_t> TextData(std::u16string_view text) {
-  std::vector<uint8_t> bytes;
-  for (const char16_t unit : text) {
-    bytes.push_back(static_cast<uint8_t>(unit));
-    bytes.push_back(static_cast<uint8_t>(unit >> 8));
+const char* StatusMeaning(uint32_t status) {
+  switch (status) {
+    case ZORAPOConfigurationFile::kStatusEmptyProperties:
+      return "the last <properties> is empty";
+    case ZORAPOConfigurationFile::kStatusModeFailed:
+      return "an <operating_mode> lacks its APO4-Operating Mode or APO4-Speaker Type";
+    case ZORAPOConfigurationFile::kStatusUnreadable:
+      return "missing or not XML, another root than <zor_configuration>, or no <properties>";
+    default:
+      return "unknown status";
   }
-  bytes.insert(bytes.end(), 2, 0);
-  return bytes;
 }
 
 }  // namespace
@@ -100,15 +103,12 @@ bool HostEndpoint::MakePrivate(const std::string& configPath, std::string& error
   for (uint8_t& part : guid.Data4) part = static_cast<uint8_t>(random());
   m_guid = zor::com::GuidText(guid);
 
-  const std::u16string key = RenderKeyPath(m_guid);
-  zor::os::RegKey endpoint, properties, fx;
+  m_private = std::make_unique<ZOREngineEndpoint>(m_guid, config);
+  zor::os::RegKey fx;
   const bool written =
-      zor::os::RegKey::Create(key, zor::os::kKeyAllAccess, endpoint) == zor::os::RegStatus::Ok &&
-      endpoint.WriteDword(u"DeviceState", DEVICE_STATE_ACTIVE) == zor::os::RegStatus::Ok &&
-      endpoint.CreateSubKey(u"Properties", zor::os::kKeyAllAccess, properties) == zor::os::RegStatus::Ok &&
-      properties.WriteValue(kConfigPathValue, zor::os::RegType::Sz, TextData(config.u16string())) ==
+      m_private->IsValid() &&
+      zor::os::RegKey::Create(RenderKeyPath(m_guid) + u"\\FxProperties", zor::os::kKeyAllAccess, fx) ==
           zor::os::RegStatus::Ok &&
-      endpoint.CreateSubKey(u"FxProperties", zor::os::kKeyAllAccess, fx) == zor::os::RegStatus::Ok &&
       // System effects on, and a switch a control panel can flip.
       fx.WriteDword(zor::com::PropertyKeyText(PKEY_AudioEndpoint_Disable_SysFx), 0) == zor::os::RegStatus::Ok;
   if (!written) {
@@ -116,6 +116,16 @@ bool HostEndpoint::MakePrivate(const std::string& configPath, std::string& error
     return false;
   }
   return Bind(m_guid, error);
+}
+
+bool HostEndpoint::Open(const std::string& storeDir, const std::string& guidText, const std::string& configPath,
+                        uint32_t location, ZORAPOConfigurationFile& config, std::string& error) {
+  if (!(guidText.empty() ? MakePrivate(configPath, error) : Join(storeDir, guidText, error))) return false;
+  const uint32_t status = config.Load(m_info.GetConfigPath(), 0, location);
+  if (status == ZORAPOConfigurationFile::kStatusOk) return true;
+  error = "the configuration '" + ConfigPath() + "' does not load: status " + std::to_string(status) + " (" +
+          StatusMeaning(status) + ")";
+  return false;
 }
 
 bool HostEndpoint::Join(const std::string& storeDir, const std::string& guidText, std::string& error) {
@@ -151,15 +161,6 @@ bool HostEndpoint::Bind(const std::u16string& guid, std::string& error) {
 
 void HostEndpoint::RemovePrivate() {
   if (!m_bPrivate) return;
-  if (!m_guid.empty()) {
-    for (const std::u16string& path :
-         {RenderKeyPath(m_guid), std::u16string(ZORAPOEndpointInfo::kDefaultSettingsRoot) + u"\\" + m_guid}) {
-      const size_t slash = path.rfind(u'\\');
-      zor::os::RegKey parent;
-      if (zor::os::RegKey::Open(path.substr(0, slash), zor::os::kKeyAllAccess, parent) == zor::os::RegStatus::Ok) {
-        parent.DeleteSubKeyTree(path.substr(slash + 1));
-      }
-    }
-  }
+  m_private.reset();  // its keys go before the store that holds them
   RemovePrivateStoreRoot(m_storeRoot);
 }

@@ -15,6 +15,8 @@
 #include "system/zorapoendpointinfo.h"
 
 class HostDevice;
+class ZORAPOConfigurationFile;
+class ZOREngineEndpoint;
 
 class HostEndpoint {
  public:
@@ -30,6 +32,11 @@ class HostEndpoint {
   // the one registry and takes an empty directory). False, with `error`, for
   // a GUID that does not parse or an endpoint the store does not describe.
   bool Join(const std::string& storeDir, const std::string& guidText, std::string& error);
+  // Joins when `guidText` names an endpoint, else makes a private one on
+  // `configPath`; then loads the endpoint's configuration for `location`.
+  // False, with `error` saying which step failed.
+  bool Open(const std::string& storeDir, const std::string& guidText, const std::string& configPath, uint32_t location,
+            ZORAPOConfigurationFile& config, std::string& error);
 
   const ZORAPOEndpointInfo& Info() const { return m_info; }
   ZORAPOEndpointInfo& Info() { return m_info; }
@@ -44,6 +51,7 @@ class HostEndpoint {
 
   ZORAPOEndpointInfo m_info;
   HostDevice* m_pDevice = nullptr;  // counted; released by the destructor
+  std::unique_ptr<ZOREngineEndpoint> m_private;  // the keys of a private endpoint
   std::unique_ptr<HostDeviceList> m_listing;  // the device in the engine's device list
   std::u16string m_guid;
   std::string m_storeRoot;  // private root to remove (Linux)

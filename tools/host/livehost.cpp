@@ -234,14 +234,8 @@ int RunLive(const LiveOptions& options, std::ostream& out, std::ostream& err) {
   }
 
   HostEndpoint endpoint;
-  const bool joined = !options.endpoint.empty();
-  if (!(joined ? endpoint.Join(options.store, options.endpoint, error) : endpoint.MakePrivate(options.config, error))) {
-    return fail(kExitBadInput);
-  }
   ZORAPOConfigurationFile config;
-  const uint32_t status = config.Load(endpoint.Info().GetConfigPath(), 0, options.location);
-  if (status != ZORAPOConfigurationFile::kStatusOk) {
-    error = "the configuration '" + endpoint.ConfigPath() + "' does not load: status " + std::to_string(status);
+  if (!endpoint.Open(options.store, options.endpoint, options.config, options.location, config, error)) {
     return fail(kExitBadInput);
   }
 
