@@ -5,6 +5,7 @@
 
 #include "module/zorregistrar.h"
 #include "platform/event.h"
+#include "platform/littleendian.h"
 
 using zor::os::RegKey;
 using zor::os::RegStatus;
@@ -247,8 +248,7 @@ HRESULT ZORAPORegistryKeys::DecodeText(RegType type, std::span<const uint8_t> da
 
 HRESULT ZORAPORegistryKeys::DecodeDword(RegType type, std::span<const uint8_t> data, uint32_t& number) {
   if (type != RegType::Dword || data.size() != 4) return kInvalidData;
-  number = static_cast<uint32_t>(data[0]) | (static_cast<uint32_t>(data[1]) << 8) |
-           (static_cast<uint32_t>(data[2]) << 16) | (static_cast<uint32_t>(data[3]) << 24);
+  number = zor::os::LoadLe32(data.data());
   return S_OK;
 }
 

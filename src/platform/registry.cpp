@@ -1,5 +1,6 @@
 // What the two registry back ends share: status names and the REG_DWORD
 // helpers, which only use the public operations.
+#include "platform/littleendian.h"
 #include "platform/registry.h"
 
 namespace zor::os {
@@ -36,8 +37,7 @@ RegStatus RegKey::ReadDword(std::u16string_view name, uint32_t& number) const {
   const RegStatus status = ReadValue(name, type, data);
   if (status != RegStatus::Ok) return status;
   if (type != RegType::Dword || data.size() != 4) return RegStatus::InvalidData;
-  number = static_cast<uint32_t>(data[0]) | (static_cast<uint32_t>(data[1]) << 8) |
-           (static_cast<uint32_t>(data[2]) << 16) | (static_cast<uint32_t>(data[3]) << 24);
+  number = LoadLe32(data.data());
   return RegStatus::Ok;
 }
 

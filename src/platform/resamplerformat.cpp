@@ -1,5 +1,7 @@
 #include "platform/resamplerformat.h"
 
+#include "platform/littleendian.h"
+
 namespace zor::os {
 namespace {
 
@@ -13,32 +15,22 @@ constexpr uint32_t kBytesPerSample = 4;
 constexpr uint8_t kSubFormatIeeeFloat[16] = {0x03, 0x00, 0x00, 0x00, 0x00, 0x00, 0x10, 0x00,
                                              0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71};
 
-void Put16(ResamplerFormatBlock& block, size_t at, uint32_t value) {
-  block[at] = static_cast<uint8_t>(value);
-  block[at + 1] = static_cast<uint8_t>(value >> 8);
-}
-
-void Put32(ResamplerFormatBlock& block, size_t at, uint32_t value) {
-  Put16(block, at, value & 0xFFFF);
-  Put16(block, at + 2, value >> 16);
-}
-
 }  // namespace
 
 ResamplerFormatBlock MakeResamplerFormatBlock(uint32_t rate, uint32_t channels) {
   ResamplerFormatBlock block{};
   const uint32_t blockAlign = channels * kBytesPerSample;
   const bool extensible = channels > 2;
-  Put16(block, 0, extensible ? kFormatExtensible : kFormatIeeeFloat);
-  Put16(block, 2, channels);
-  Put32(block, 4, rate);
-  Put32(block, 8, blockAlign * rate);
-  Put16(block, 12, blockAlign);
-  Put16(block, 14, 32);
+  StoreLe16(block.data(), extensible ? kFormatExtensible : kFormatIeeeFloat);
+  StoreLe16(block.data() + 2, channels);
+  StoreLe32(block.data() + 4, rate);
+  StoreLe32(block.data() + 8, blockAlign * rate);
+  StoreLe16(block.data() + 12, blockAlign);
+  StoreLe16(block.data() + 14, 32);
   if (extensible) {
-    Put16(block, 16, kExtensibleExtraBytes);
-    Put16(block, 18, 32);
-    Put32(block, 20, channels > 6 ? kMaskSevenPointOne : kMaskFivePointOne);
+    StoreLe16(block.data() + 16, kExtensibleExtraBytes);
+    StoreLe16(block.data() + 18, 32);
+    StoreLe32(block.data() + 20, channels > 6 ? kMaskSevenPointOne : kMaskFivePointOne);
     for (size_t i = 0; i < sizeof(kSubFormatIeeeFloat); ++i) {
       block[24 + i] = kSubFormatIeeeFloat[i];
     }

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "platform/littleendian.h"
+
 namespace zor::os {
 namespace {
 
@@ -15,41 +17,25 @@ constexpr uint16_t kExtensibleExtra = 22;
 // The sub-format GUIDs' common tail: {0000000x-0000-0010-8000-00AA00389B71}.
 constexpr uint8_t kSubFormatTail[12] = {0x00, 0x00, 0x10, 0x00, 0x80, 0x00, 0x00, 0xaa, 0x00, 0x38, 0x9b, 0x71};
 
-uint16_t Word(std::span<const uint8_t> bytes, size_t at) {
-  return static_cast<uint16_t>(bytes[at] | bytes[at + 1] << 8);
-}
-uint32_t Dword(std::span<const uint8_t> bytes, size_t at) {
-  return static_cast<uint32_t>(bytes[at]) | static_cast<uint32_t>(bytes[at + 1]) << 8 |
-         static_cast<uint32_t>(bytes[at + 2]) << 16 | static_cast<uint32_t>(bytes[at + 3]) << 24;
-}
-void PutWord(uint8_t* out, uint32_t value) {
-  out[0] = static_cast<uint8_t>(value);
-  out[1] = static_cast<uint8_t>(value >> 8);
-}
-void PutDword(uint8_t* out, uint32_t value) {
-  PutWord(out, value);
-  PutWord(out + 2, value >> 16);
-}
-
 }  // namespace
 
 bool ParseWaveFormatRecord(std::span<const uint8_t> bytes, WaveFormatRecord& format) {
   if (bytes.size() < kPlainSize) return false;
-  uint16_t tag = Word(bytes, 0);
-  const uint32_t channels = Word(bytes, 2);
-  const uint32_t rate = Dword(bytes, 4);
-  const uint32_t byteRate = Dword(bytes, 8);
-  const uint32_t blockAlign = Word(bytes, 12);
-  const uint32_t bits = Word(bytes, 14);
+  uint16_t tag = LoadLe16(bytes.data());
+  const uint32_t channels = LoadLe16(bytes.data() + 2);
+  const uint32_t rate = LoadLe32(bytes.data() + 4);
+  const uint32_t byteRate = LoadLe32(bytes.data() + 8);
+  const uint32_t blockAlign = LoadLe16(bytes.data() + 12);
+  const uint32_t bits = LoadLe16(bytes.data() + 14);
   if (bytes.size() >= kWithExtraSize) {
-    const size_t extra = Word(bytes, 16);
+    const size_t extra = LoadLe16(bytes.data() + 16);
     if (kWithExtraSize + extra > bytes.size()) return false;
   }
   if (tag == kTagExtensible) {
-    if (bytes.size() < kExtensibleSize || Word(bytes, 16) < kExtensibleExtra) return false;
-    if (Word(bytes, 18) != bits) return false;  // valid bits: whole containers only
+    if (bytes.size() < kExtensibleSize || LoadLe16(bytes.data() + 16) < kExtensibleExtra) return false;
+    if (LoadLe16(bytes.data() + 18) != bits) return false;  // valid bits: whole containers only
     if (std::memcmp(bytes.data() + 28, kSubFormatTail, sizeof kSubFormatTail) != 0) return false;
-    const uint32_t subTag = Dword(bytes, 24);
+    const uint32_t subTag = LoadLe32(bytes.data() + 24);
     if (subTag != kTagPcm && subTag != kTagFloat) return false;
     tag = static_cast<uint16_t>(subTag);
   }
@@ -64,17 +50,17 @@ bool ParseWaveFormatRecord(std::span<const uint8_t> bytes, WaveFormatRecord& for
 
 void WriteWaveFormatRecord(const WaveFormatRecord& format, uint8_t (&bytes)[40]) {
   const uint32_t blockAlign = format.channels * format.bits / 8;
-  PutWord(bytes, kTagExtensible);
-  PutWord(bytes + 2, format.channels);
-  PutDword(bytes + 4, format.sampleRate);
-  PutDword(bytes + 8, blockAlign * format.sampleRate);
-  PutWord(bytes + 12, blockAlign);
-  PutWord(bytes + 14, format.bits);
-  PutWord(bytes + 16, kExtensibleExtra);
-  PutWord(bytes + 18, format.bits);
+  StoreLe16(bytes, kTagExtensible);
+  StoreLe16(bytes + 2, format.channels);
+  StoreLe32(bytes + 4, format.sampleRate);
+  StoreLe32(bytes + 8, blockAlign * format.sampleRate);
+  StoreLe16(bytes + 12, blockAlign);
+  StoreLe16(bytes + 14, format.bits);
+  StoreLe16(bytes + 16, kExtensibleExtra);
+  StoreLe16(bytes + 18, format.bits);
   // Front left, then front right, and so on: the first `channels` speakers.
-  PutDword(bytes + 20, format.channels >= 32 ? 0xFFFFFFFFu : (1u << format.channels) - 1u);
-  PutDword(bytes + 24, format.isFloat ? kTagFloat : kTagPcm);
+  StoreLe32(bytes + 20, format.channels >= 32 ? 0xFFFFFFFFu : (1u << format.channels) - 1u);
+  StoreLe32(bytes + 24, format.isFloat ? kTagFloat : kTagPcm);
   std::memcpy(bytes + 28, kSubFormatTail, sizeof kSubFormatTail);
 }
 

@@ -4,21 +4,15 @@
 #include <cstring>
 #include <type_traits>
 
-namespace {
+#include "platform/littleendian.h"
 
-uint32_t LoadU32(const uint8_t* p) {
-  return uint32_t{p[0]} | uint32_t{p[1]} << 8 | uint32_t{p[2]} << 16 | uint32_t{p[3]} << 24;
-}
+namespace {
 
 template <typename U>
 U LoadLittleEndian(const uint8_t* p) {
   U value = 0;
   for (size_t i = sizeof(U); i-- > 0;) value = static_cast<U>(value << 8 | p[i]);
   return value;
-}
-
-void StoreU32(uint32_t value, uint8_t* p) {
-  for (int i = 0; i < 4; ++i) p[i] = static_cast<uint8_t>(value >> (8 * i));
 }
 
 // UTF-16LE bytes to code units, taken as a C string. An odd last byte is the
@@ -97,9 +91,9 @@ bool ZORPropertyBlob::Write(const ZORPropertyList& list, std::vector<uint8_t>& b
     const size_t start = blob.size();
     blob.resize(start + kHeaderSize + nameSize + 1 + valueSize);
     uint8_t* record = blob.data() + start;
-    StoreU32(static_cast<uint32_t>(nameSize), record);
-    StoreU32(1, record + 4);
-    StoreU32(valueSize, record + 8);
+    zor::os::StoreLe32(record, static_cast<uint32_t>(nameSize));
+    zor::os::StoreLe32(record + 4, 1);
+    zor::os::StoreLe32(record + 8, valueSize);
     uint8_t* out = record + kHeaderSize;
     for (char16_t unit : name) {
       *out++ = static_cast<uint8_t>(unit & 0xFF);
@@ -115,9 +109,9 @@ ZORPropertyBlob::Record ZORPropertyBlob::ReadRecord(std::span<const uint8_t> blo
   Record record;
   if (offset > blob.size() || blob.size() - offset < kHeaderSize) return record;
   const uint8_t* header = blob.data() + offset;
-  const uint32_t nameSize = LoadU32(header);
-  const uint32_t kindSize = LoadU32(header + 4);
-  const uint32_t valueSize = LoadU32(header + 8);
+  const uint32_t nameSize = zor::os::LoadLe32(header);
+  const uint32_t kindSize = zor::os::LoadLe32(header + 4);
+  const uint32_t valueSize = zor::os::LoadLe32(header + 8);
   if (nameSize == 0 || kindSize == 0 || nameSize > kMaxNameSize || kindSize > kMaxKindSize) {
     return record;
   }

@@ -4,19 +4,7 @@
 #include <vector>
 
 #include "core/zorlog.h"
-
-namespace {
-
-uint32_t LoadLength(const uint8_t* bytes) {
-  return static_cast<uint32_t>(bytes[0]) | static_cast<uint32_t>(bytes[1]) << 8 |
-         static_cast<uint32_t>(bytes[2]) << 16 | static_cast<uint32_t>(bytes[3]) << 24;
-}
-
-void StoreLength(uint8_t* bytes, uint32_t length) {
-  for (int i = 0; i < 4; ++i) bytes[i] = static_cast<uint8_t>(length >> (8 * i));
-}
-
-}  // namespace
+#include "platform/littleendian.h"
 
 ZORPropertySetSharedMem::~ZORPropertySetSharedMem() {
   ZORPropertySetSharedMem::Close();
@@ -68,7 +56,7 @@ uint32_t ZORPropertySetSharedMem::ReadBlock(std::span<const uint8_t> block, ZORP
   if (block.size() < kLengthFieldSize) return ZOR_SHM_ERROR_PARSE;
   // L is read once: another process may change the block under a reader
   // that keeps to the mutex, if it does not.
-  const uint32_t length = LoadLength(block.data());
+  const uint32_t length = zor::os::LoadLe32(block.data());
   if (length == 0) return 0;
   if (length > block.size() - kLengthFieldSize) return ZOR_SHM_ERROR_PARSE;
   const std::vector<uint8_t> blob(block.begin() + kLengthFieldSize,
@@ -109,7 +97,7 @@ uint32_t ZORPropertySetSharedMem::Write() {
   }
   if (m_pView == nullptr) return ZOR_SHM_ERROR_NO_VIEW;  // held, as in Read
   auto* block = static_cast<uint8_t*>(m_pView);
-  StoreLength(block, static_cast<uint32_t>(blob.size()));
+  zor::os::StoreLe32(block, static_cast<uint32_t>(blob.size()));
   if (!blob.empty()) std::memcpy(block + kLengthFieldSize, blob.data(), blob.size());
   m_mutex.Release();
   return 0;

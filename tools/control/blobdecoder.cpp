@@ -1,5 +1,6 @@
 #include "control/blobdecoder.h"
 
+#include "platform/littleendian.h"
 #include "platform/text.h"
 #include "values/zorpropertyblob.h"
 
@@ -75,9 +76,7 @@ DecodedBlob BlobDecoder::DecodeBlock(std::span<const uint8_t> block) {
     decoded.problem = "the block is shorter than its length field";
     return decoded;
   }
-  const uint32_t length = static_cast<uint32_t>(block[0]) | static_cast<uint32_t>(block[1]) << 8 |
-                          static_cast<uint32_t>(block[2]) << 16 |
-                          static_cast<uint32_t>(block[3]) << 24;
+  const uint32_t length = zor::os::LoadLe32(block.data());
   if (length == 0) {
     decoded.complete = true;  // an empty block: no content, nothing wrong
     return decoded;

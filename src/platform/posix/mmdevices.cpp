@@ -11,6 +11,7 @@
 
 #include "platform/comobject.h"
 #include "platform/event.h"
+#include "platform/littleendian.h"
 #include "platform/posix/alsacapture.h"
 #include "platform/threadpriority.h"
 
@@ -574,7 +575,7 @@ bool PropVariantFromRegistry(RegType type, std::span<const uint8_t> data, PROPVA
     }
     case RegType::Dword:
       if (data.size() != 4) return false;
-      value.ulVal = static_cast<ULONG>(data[0] | data[1] << 8 | data[2] << 16 | static_cast<uint32_t>(data[3]) << 24);
+      value.ulVal = static_cast<ULONG>(LoadLe32(data.data()));
       value.vt = VT_UI4;
       return true;
     case RegType::Qword: {

@@ -3,19 +3,12 @@
 #include <array>
 #include <cstring>
 
+#include "platform/littleendian.h"
+
 namespace zor::os::regstore {
 namespace {
 
 constexpr uint8_t kMagic[4] = {'V', 'R', 'E', 'G'};
-
-void PutU32(uint8_t* bytes, uint32_t value) {
-  for (int i = 0; i < 4; ++i) bytes[i] = static_cast<uint8_t>(value >> (8 * i));
-}
-
-uint32_t GetU32(const uint8_t* bytes) {
-  return static_cast<uint32_t>(bytes[0]) | (static_cast<uint32_t>(bytes[1]) << 8) |
-         (static_cast<uint32_t>(bytes[2]) << 16) | (static_cast<uint32_t>(bytes[3]) << 24);
-}
 
 constexpr std::array<uint32_t, 256> MakeCrcTable() {
   std::array<uint32_t, 256> table{};
@@ -39,10 +32,10 @@ struct Header {
 RegStatus CheckHeader(std::span<const uint8_t> head, uint64_t fileSize, Header& header) {
   if (head.size() < kRecordHeaderSize || fileSize > kMaxRecordSize) return RegStatus::InvalidData;
   if (std::memcmp(head.data(), kMagic, sizeof(kMagic)) != 0) return RegStatus::InvalidData;
-  if (GetU32(head.data() + 4) != kRecordVersion) return RegStatus::InvalidData;
-  header.type = GetU32(head.data() + 8);
-  header.nameSize = GetU32(head.data() + 12);
-  header.dataSize = GetU32(head.data() + 16);
+  if (LoadLe32(head.data() + 4) != kRecordVersion) return RegStatus::InvalidData;
+  header.type = LoadLe32(head.data() + 8);
+  header.nameSize = LoadLe32(head.data() + 12);
+  header.dataSize = LoadLe32(head.data() + 16);
   if (header.nameSize % 2 != 0 || header.nameSize > kMaxValueNameUnits * 2 ||
       header.dataSize > kMaxValueBytes) {
     return RegStatus::InvalidData;
@@ -111,10 +104,10 @@ std::vector<uint8_t> EncodeRecord(uint32_t type, std::u16string_view name,
   const uint32_t dataSize = static_cast<uint32_t>(data.size());
   std::vector<uint8_t> out(kRecordHeaderSize + nameSize + dataSize + kRecordTrailerSize);
   std::memcpy(out.data(), kMagic, sizeof(kMagic));
-  PutU32(out.data() + 4, kRecordVersion);
-  PutU32(out.data() + 8, type);
-  PutU32(out.data() + 12, nameSize);
-  PutU32(out.data() + 16, dataSize);
+  StoreLe32(out.data() + 4, kRecordVersion);
+  StoreLe32(out.data() + 8, type);
+  StoreLe32(out.data() + 12, nameSize);
+  StoreLe32(out.data() + 16, dataSize);
   uint8_t* at = out.data() + kRecordHeaderSize;
   for (const char16_t unit : name) {
     *at++ = static_cast<uint8_t>(unit);
@@ -122,7 +115,7 @@ std::vector<uint8_t> EncodeRecord(uint32_t type, std::u16string_view name,
   }
   if (dataSize != 0) std::memcpy(at, data.data(), dataSize);
   const size_t checked = out.size() - kRecordTrailerSize;
-  PutU32(out.data() + checked, Crc32(std::span<const uint8_t>(out).first(checked)));
+  StoreLe32(out.data() + checked, Crc32(std::span<const uint8_t>(out).first(checked)));
   return out;
 }
 
@@ -132,7 +125,7 @@ RegStatus DecodeRecord(std::span<const uint8_t> file, Record& record) {
     return status;
   }
   const size_t checked = file.size() - kRecordTrailerSize;
-  if (Crc32(file.first(checked)) != GetU32(file.data() + checked)) return RegStatus::InvalidData;
+  if (Crc32(file.first(checked)) != LoadLe32(file.data() + checked)) return RegStatus::InvalidData;
   record.type = header.type;
   record.name = NameFrom(file.data() + kRecordHeaderSize, header.nameSize);
   const uint8_t* data = file.data() + kRecordHeaderSize + header.nameSize;
