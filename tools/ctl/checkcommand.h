@@ -10,11 +10,9 @@
 class CheckCommand : public CtlCommand {
  public:
   explicit CheckCommand(CLI::App& app);
-  bool Chosen() const override { return m_command->parsed(); }
   int Run(const CtlSession& session) override;
 
  private:
-  CLI::App* m_command = nullptr;
   std::string m_file;
   std::string m_techModule;
 };

@@ -8,11 +8,9 @@
 class DevicesCommand : public CtlCommand {
  public:
   explicit DevicesCommand(CLI::App& app);
-  bool Chosen() const override { return m_command->parsed(); }
   int Run(const CtlSession& session) override;
 
  private:
-  CLI::App* m_command = nullptr;
   bool m_watch = false;
   double m_seconds = -1;
 };

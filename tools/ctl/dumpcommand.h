@@ -10,11 +10,9 @@
 class DumpCommand : public CtlCommand {
  public:
   explicit DumpCommand(CLI::App& app);
-  bool Chosen() const override { return m_command->parsed(); }
   int Run(const CtlSession& session) override;
 
  private:
-  CLI::App* m_command = nullptr;
   std::string m_value;
   std::string m_key;
   std::string m_block;

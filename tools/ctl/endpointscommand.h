@@ -10,7 +10,6 @@
 class EndpointsCommand : public CtlCommand {
  public:
   explicit EndpointsCommand(CLI::App& app);
-  bool Chosen() const override { return m_command->parsed(); }
   int Run(const CtlSession& session) override;
 
  private:
@@ -18,7 +17,6 @@ class EndpointsCommand : public CtlCommand {
   int Default(const CtlSession& session) const;
   int SystemEffects(const CtlSession& session) const;
 
-  CLI::App* m_command = nullptr;
   CLI::App* m_list = nullptr;
   CLI::App* m_add = nullptr;
   CLI::App* m_remove = nullptr;

@@ -10,11 +10,9 @@
 class InputLevelCommand : public CtlCommand {
  public:
   explicit InputLevelCommand(CLI::App& app);
-  bool Chosen() const override { return m_command->parsed(); }
   int Run(const CtlSession& session) override;
 
  private:
-  CLI::App* m_command = nullptr;
   std::string m_device;
   bool m_once = false;
   double m_seconds = -1;

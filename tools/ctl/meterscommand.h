@@ -8,11 +8,9 @@
 class MetersCommand : public CtlCommand {
  public:
   explicit MetersCommand(CLI::App& app);
-  bool Chosen() const override { return m_command->parsed(); }
   int Run(const CtlSession& session) override;
 
  private:
-  CLI::App* m_command = nullptr;
   bool m_once = false;
   bool m_zero = false;
   int m_intervalMs = 100;

@@ -10,11 +10,9 @@
 class SettingsCommand : public CtlCommand {
  public:
   explicit SettingsCommand(CLI::App& app);
-  bool Chosen() const override { return m_command->parsed(); }
   int Run(const CtlSession& session) override;
 
  private:
-  CLI::App* m_command = nullptr;
   CLI::App* m_list = nullptr;
   CLI::App* m_get = nullptr;
   CLI::App* m_set = nullptr;

@@ -14,7 +14,6 @@ class TuningSession;
 class TuneCommand : public CtlCommand {
  public:
   explicit TuneCommand(CLI::App& app);
-  bool Chosen() const override { return m_command->parsed(); }
   int Run(const CtlSession& session) override;
 
  private:
@@ -24,7 +23,6 @@ class TuneCommand : public CtlCommand {
   void Hold(const CtlSession& session) const;
   static void Show(const CtlSession& session, TuningSession& tuning);
 
-  CLI::App* m_command = nullptr;
   std::string m_mode;
   int m_tuningMode = 0;
   std::vector<std::string> m_assignments;
