@@ -4,17 +4,19 @@
 //   lock <marker> <holdMs>    lock one; write "locked <ns>"; after holdMs
 //                             (0: never) unlock; stay until killed
 //   link <root> <config> <marker> <silentBlocks> <toneBlocks> <amplitude>
-//                             lock one bound to a fresh capture endpoint of
-//                             the store at <root>, switch the pipe link on
-//                             and lock again, as an embedder would; play
+//                             lock one on a fresh capture endpoint of the
+//                             store at <root> with <config>, which it must
+//                             bind; switch the pipe link on and lock
+//                             again, as an embedder would; play
 //                             silence, then a 1 kHz stereo sine in 10 ms
 //                             blocks in real time, writing "tone <ns>"
 //                             just before its first block
 //   probe <name>              (POSIX, as root) drop root, look for a mutex
 // Exit code: 0 done (probe: present), 1 probe: absent, 2 bad arguments,
-// 3 failure, 4 the store's capture endpoint cannot be bound.
+// 3 failure, 4 the object did not bind its capture endpoint.
 #include <chrono>
 #include <cmath>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <thread>
@@ -66,12 +68,9 @@ int Link(const std::vector<std::string>& args) {
   Capture capture(guid);
   if (!endpoint.IsValid() || !capture.Lock()) return 3;
   auto* object = dynamic_cast<CZOR_LFX_Capture_APO_Universal*>(capture.engine.Object());
-  // The engine's binding looks among render endpoints only, so the object
-  // runs unbound; an embedder binds the manager to the capture endpoint.
-  ZORComPtr<IMMDevice> device;
-  ZORAPOEndpointInfo info;
-  if (object == nullptr || FAILED(capture.engine.Devices().Item(0, device.Put())) ||
-      !info.SetDevice(device.Get(), false) || !object->Manager().SetEndpointInfo(info, 0)) {
+  // The object binds itself to its capture endpoint and that endpoint's file.
+  if (object == nullptr || !object->Manager().IsBound() || object->Manager().GetEndpointInfo().IsRender() ||
+      object->Manager().GetEndpointInfo().GetConfigPath() != std::filesystem::path(args[2]).u16string()) {
     return 4;
   }
   object->Manager().SetPipeLink(true, false);
