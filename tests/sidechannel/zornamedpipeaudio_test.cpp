@@ -182,7 +182,7 @@ TEST_F(PipeProcessTest, FiveReaderProcessesGetEveryPacketAndASixthFails) {
                           {"read", m_area.Root(), ReadyFile(6).string(), "1"}));
   EXPECT_EQ(sixth.Wait(kMustNotTimeOutMs), 4);
 
-  PacedWriter writer(kPackets);
+  PacedWriter writer(kPackets, 50);  // the writer's ring spans 400 ms of a starved thread
   for (size_t i = 0; i < readers.size(); ++i) EXPECT_EQ(readers[i]->Wait(kMustNotTimeOutMs), 0) << "reader " << i;
 }
 

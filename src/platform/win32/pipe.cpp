@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <string>
+#include <vector>
 
 #include "platform/text.h"
 
@@ -16,6 +17,35 @@ constexpr DWORD kPipeOpenMode = PIPE_ACCESS_INBOUND | FILE_FLAG_OVERLAPPED;
 constexpr DWORD kPipeMode = PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_WAIT |
                             PIPE_REJECT_REMOTE_CLIENTS;
 constexpr DWORD kDefaultTimeoutMs = 100;
+
+// The account a process runs as, as its token's user (empty if unknown).
+std::vector<BYTE> ProcessUser(HANDLE process) {
+  HANDLE token = nullptr;
+  if (!::OpenProcessToken(process, TOKEN_QUERY, &token)) return {};
+  DWORD size = 0;
+  ::GetTokenInformation(token, TokenUser, nullptr, 0, &size);
+  std::vector<BYTE> user(size);
+  if (size == 0 || !::GetTokenInformation(token, TokenUser, user.data(), size, &size)) user.clear();
+  ::CloseHandle(token);
+  return user;
+}
+
+// The pipe's default security keeps other accounts from writing, not from
+// making an instance of the name: a writer talks only to a reader of its
+// own account or the system, so no other account hears the microphone.
+bool ReaderIsTrusted(HANDLE pipe) {
+  ULONG pid = 0;
+  if (!::GetNamedPipeServerProcessId(pipe, &pid)) return false;
+  HANDLE process = ::OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, pid);
+  if (process == nullptr) return false;
+  const std::vector<BYTE> reader = ProcessUser(process);
+  ::CloseHandle(process);
+  const std::vector<BYTE> self = ProcessUser(::GetCurrentProcess());
+  if (reader.empty() || self.empty()) return false;
+  PSID readerSid = reinterpret_cast<const TOKEN_USER*>(reader.data())->User.Sid;
+  PSID selfSid = reinterpret_cast<const TOKEN_USER*>(self.data())->User.Sid;
+  return ::EqualSid(readerSid, selfSid) || ::IsWellKnownSid(readerSid, WinLocalSystemSid);
+}
 
 }  // namespace
 
@@ -103,6 +133,12 @@ bool PipeServer::Create(std::u16string_view name, uint32_t packetBytes, Event& c
                                      nullptr);
   if (m_state->pipe == INVALID_HANDLE_VALUE) {
     m_state->lastError = ::GetLastError();
+    return false;
+  }
+  if (!ReaderIsTrusted(m_state->pipe)) {
+    ::CloseHandle(m_state->pipe);
+    m_state->pipe = INVALID_HANDLE_VALUE;
+    m_state->lastError = ERROR_ACCESS_DENIED;
     return false;
   }
   return true;
@@ -217,6 +253,12 @@ bool PipeClient::Open(std::u16string_view name, uint32_t /*slot: any free instan
                                 OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr);
   if (m_state->pipe == INVALID_HANDLE_VALUE) {
     m_state->lastError = ::GetLastError();
+    return false;
+  }
+  if (!ReaderIsTrusted(m_state->pipe)) {
+    ::CloseHandle(m_state->pipe);
+    m_state->pipe = INVALID_HANDLE_VALUE;
+    m_state->lastError = ERROR_ACCESS_DENIED;
     return false;
   }
   return true;
