@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <thread>
 #include <unistd.h>
@@ -60,8 +61,18 @@ void BM_RingLockOnePacket(benchmark::State& state) {
 BENCHMARK(BM_RingLockOnePacket);
 
 // From WriteSamples on the capture side until the packet is in the render
-// side's ring, one packet at a time.
+// side's ring, one packet at a time; the argument is how many readers that
+// never read hold instances of the pipe beside it.
 void BM_PipeDelay(benchmark::State& state) {
+  zor::os::Event completion{zor::os::EventReset::Manual, false};
+  std::vector<std::unique_ptr<zor::os::PipeServer>> stalled;
+  for (int64_t i = 0; i < state.range(0); ++i) {
+    stalled.push_back(std::make_unique<zor::os::PipeServer>());
+    if (!stalled.back()->Create(kBenchPipe, kZORPipePacketBytes, completion)) {
+      state.SkipWithError("no instance for a stalled reader");
+      return;
+    }
+  }
   Link link;
   if (!link.Open()) {
     state.SkipWithError("the pipe did not open");
@@ -88,7 +99,7 @@ void BM_PipeDelay(benchmark::State& state) {
   state.counters["median_us"] = Percentile(delaysUs, 0.5);
   state.counters["p99_us"] = Percentile(delaysUs, 0.99);
 }
-BENCHMARK(BM_PipeDelay)->UseManualTime()->Iterations(2000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_PipeDelay)->Arg(0)->Arg(3)->UseManualTime()->Iterations(2000)->Unit(benchmark::kMicrosecond);
 
 // A real-time stream, 480 samples every 30 ms for the given seconds, with
 // the render side's audio thread taking 10 ms blocks.

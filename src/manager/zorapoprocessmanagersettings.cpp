@@ -99,22 +99,30 @@ bool ZORAPOProcessManager::SetEndpoint(IMMDevice*& /*spEndpoint*/, IPropertyStor
     ZOR_LOG("ERROR: the endpoint GUID could not be read\n");
     return false;
   }
+  // Render endpoints first, as every render object needs; a capture
+  // object's endpoint is only ever among the capture endpoints.
   std::vector<ZORAPOEndpointInfo> endpoints;
-  m_endpointTools.GetEndpoints(endpoints);
-  for (const ZORAPOEndpointInfo& endpoint : endpoints) {
-    if (!IsEqualGUID(endpoint.GetEndpointGuid().Guid(), wanted)) {
-      continue;
+  for (const bool render : {true, false}) {
+    if (render) {
+      m_endpointTools.GetEndpoints(endpoints);
+    } else {
+      m_endpointTools.GetCaptureEndpoints(endpoints);
     }
-    if (!SetEndpointInfo(endpoint, apoloc)) {
-      return false;
+    for (const ZORAPOEndpointInfo& endpoint : endpoints) {
+      if (!IsEqualGUID(endpoint.GetEndpointGuid().Guid(), wanted)) {
+        continue;
+      }
+      if (!SetEndpointInfo(endpoint, apoloc)) {
+        return false;
+      }
+      m_propStore = ZORComPtr<IPropertyStore>(spPropStore);
+      m_endpointTools.Register(this);
+      m_bListening = true;
+      return true;
     }
-    m_propStore = ZORComPtr<IPropertyStore>(spPropStore);
-    m_endpointTools.Register(this);
-    m_bListening = true;
-    return true;
   }
   // No such endpoint: nothing is bound, and the chains pass audio.
-  ZOR_LOG("no active render endpoint matches; running unbound\n");
+  ZOR_LOG("no active endpoint matches; running unbound\n");
   return true;
 }
 

@@ -99,8 +99,18 @@ class PipeClient {
   // the instance. False, silently, when no reader listens there.
   bool Open(std::u16string_view name, uint32_t slot);
   bool IsOpen() const;
-  // Sends one message, waiting at most timeoutMs for room. Returns the
-  // bytes sent: `size`, or less on failure (LastError then says why).
+  // Starts sending one message without waiting. Done: *sent bytes went.
+  // Pending: the pipe has no room yet; `data` must stay as it is until
+  // Finish. Failed: LastError says why.
+  PipeIo Send(const void* data, uint32_t size, uint32_t* sent);
+  // Looks at a pending Send without waiting: Done (with *sent), still
+  // Pending, or Failed.
+  PipeIo Poll(uint32_t* sent);
+  // Waits at most timeoutMs for a pending Send: Done (with *sent) or
+  // Failed. A message that found no room in time is abandoned, so a
+  // stalled reader is a failed write, never a stuck writer.
+  PipeIo Finish(uint32_t timeoutMs, uint32_t* sent);
+  // Send, then Finish: the bytes sent, `size` unless it failed.
   uint32_t Write(const void* data, uint32_t size, uint32_t timeoutMs);
   void Close();
   uint32_t LastError() const;

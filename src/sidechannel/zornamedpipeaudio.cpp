@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstring>
+#include <memory>
 
 #include "core/zorlog.h"
 #include "core/zorscopedlock.h"
@@ -170,6 +172,47 @@ bool ZORNamedPipeAudio::StoreDecoded(uint32_t count, uint32_t sampleRate, const 
   return true;
 }
 
+void ZORNamedPipeAudio::Drop(PIPE_DATA& data, uint32_t instance) {
+  ZOR_LOG("ClientRoutine : Pipe %d write failed, closing.\n", static_cast<int>(instance));
+  data.pipe.Close();
+  data.pOwner = nullptr;
+  data.head = 0;
+  data.queued = 0;
+  data.inFlight = false;
+}
+
+bool ZORNamedPipeAudio::Flush(PIPE_DATA& data, uint32_t instance, std::chrono::steady_clock::time_point now) {
+  while (data.queued != 0) {
+    uint32_t sent = 0;
+    zor::os::PipeIo result = zor::os::PipeIo::Failed;
+    if (data.inFlight) {
+      result = data.pipe.Poll(&sent);
+    } else {
+      result = data.pipe.Send(data.backlog[data.head].data(), kZORPipePacketBytes, &sent);
+      data.since = now;
+    }
+    data.inFlight = result == zor::os::PipeIo::Pending;
+    if (data.inFlight) {
+      if (now - data.since <= std::chrono::milliseconds(kWriteWaitMs)) return true;
+      ZOR_LOG("WriteFile : write failed (no room for %u ms)\n", kWriteWaitMs);
+      Drop(data, instance);
+      return false;
+    }
+    if (result == zor::os::PipeIo::Failed) {
+      ZOR_LOG("WriteFile : write failed (%d)\n", static_cast<int>(data.pipe.LastError()));
+    } else if (sent != kZORPipePacketBytes) {
+      ZOR_LOG("WriteFile : write short.\n");
+    }
+    if (result == zor::os::PipeIo::Failed || sent != kZORPipePacketBytes) {
+      Drop(data, instance);
+      return false;
+    }
+    data.head = (data.head + 1) % PIPE_DATA::kBacklog;
+    --data.queued;
+  }
+  return true;
+}
+
 unsigned ZORNamedPipeAudio::ThreadEntry(void* self) {
   auto* pipe = static_cast<ZORNamedPipeAudio*>(self);
   if (pipe->m_role == kZORPipeRoleReader) {
@@ -269,46 +312,45 @@ void ZORNamedPipeAudio::ServerRoutine() {
 }
 
 void ZORNamedPipeAudio::ClientRoutine() {
-  std::array<PIPE_DATA, zor::os::kPipeInstances> pipes;
+  // Five backlogs are too large for a thread's stack.
+  const auto pipes = std::make_unique<std::array<PIPE_DATA, zor::os::kPipeInstances>>();
   zor::os::Event* const waitSet[] = {&m_hKill, &m_hDataReady};
-  alignas(4) std::array<uint8_t, kZORPipePacketBytes> wire{};
   ZORPipePacket packet;
 
   uint32_t timeoutMs = kPipeWaitMs;
   while (zor::os::WaitAny(waitSet, std::size(waitSet), timeoutMs) != 0) {
     ReadPacket(packet);
-    if (packet.count == 0) {
-      timeoutMs = kPipeWaitMs;
-      continue;
-    }
-    StoreLittleEndian32(wire.data(), packet.count);
-    StoreLittleEndian32(wire.data() + 4, packet.sampleRate);
-    std::memcpy(wire.data() + kZORPipeHeaderBytes, packet.samples, sizeof(packet.samples));
-
-    uint32_t reached = 0;
-    for (uint32_t i = 0; i < pipes.size(); ++i) {
-      PIPE_DATA& data = pipes[i];
+    for (uint32_t i = 0; packet.count != 0 && i < pipes->size(); ++i) {
+      PIPE_DATA& data = (*pipes)[i];
       if (!data.pipe.IsOpen()) {
         if (!data.pipe.Open(m_pipeName, i)) continue;  // no reader there: silently
         data.pOwner = this;
         ZOR_LOG("ZORNamedPipeAudio::ClientRoutine : Connected!\n");
       }
-      const uint32_t sent = data.pipe.Write(wire.data(), kZORPipePacketBytes, kWriteWaitMs);
-      if (sent == kZORPipePacketBytes) {
-        ++reached;
+      if (data.queued == PIPE_DATA::kBacklog) {
+        Drop(data, i);  // a whole ring behind: it has stalled
         continue;
       }
-      if (sent == 0) {
-        ZOR_LOG("WriteFile : write failed (%d)\n", static_cast<int>(data.pipe.LastError()));
-      } else {
-        ZOR_LOG("WriteFile : write short.\n");
-      }
-      ZOR_LOG("ClientRoutine : Pipe %d write failed, closing.\n", static_cast<int>(i));
-      data.pipe.Close();
-      data.pOwner = nullptr;
+      uint8_t* wire = data.backlog[(data.head + data.queued) % PIPE_DATA::kBacklog].data();
+      StoreLittleEndian32(wire, packet.count);
+      StoreLittleEndian32(wire + 4, packet.sampleRate);
+      std::memcpy(wire + kZORPipeHeaderBytes, packet.samples, sizeof(packet.samples));
+      ++data.queued;
+    }
+
+    const auto now = std::chrono::steady_clock::now();
+    uint32_t reached = 0;
+    bool owed = false;
+    for (uint32_t i = 0; i < pipes->size(); ++i) {
+      PIPE_DATA& data = (*pipes)[i];
+      if (!data.pipe.IsOpen() || !Flush(data, i, now)) continue;
+      ++reached;
+      owed = owed || data.queued != 0;
     }
     m_connectedReaders.store(reached, std::memory_order_relaxed);
-    timeoutMs = 0;  // keep draining while samples remain
+    // Keep draining while samples remain; come back soon for a reader
+    // still owed packets; otherwise wait for samples.
+    timeoutMs = packet.count != 0 ? 0 : owed ? kBacklogRetryMs : kPipeWaitMs;
   }
   ZOR_LOG("ZORNamedPipeAudio::ClientRoutine : Kill event.\n");
 }

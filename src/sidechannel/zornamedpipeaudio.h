@@ -1,6 +1,8 @@
 #pragma once
 
+#include <array>
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -52,9 +54,11 @@ class ZORNamedPipeAudio {
   static constexpr uint32_t kStopWaitMs = 500;
   // The pipe thread's longest wait, and so its slowest reaction to a stop.
   static constexpr uint32_t kPipeWaitMs = 100;
-  // The longest a writer waits for room at one reader before it counts the
-  // write as failed and closes that instance.
+  // The longest a reader may leave a packet without room before the writer
+  // counts the write as failed and closes that connection.
   static constexpr uint32_t kWriteWaitMs = 40;
+  // How soon the writer tries again for a reader it still owes packets.
+  static constexpr uint32_t kBacklogRetryMs = 2;
 
   ZORNamedPipeAudio();
   // Stops the thread as StopThread does.
@@ -113,15 +117,28 @@ class ZORNamedPipeAudio {
   const std::u16string& GetPipeName() const { return m_pipeName; }
 
  private:
-  // A writer's connection to one instance.
+  // A writer's connection to one instance, with the packets it still owes
+  // that reader: each reader drains its own backlog, so a slow one never
+  // holds up the others.
   struct PIPE_DATA {
-    zor::os::PipeClient pipe;           // closed: "no handle"
+    static constexpr uint32_t kBacklog = kZORPipeRingSamples / kZORPipePacketSamples;
+    zor::os::PipeClient pipe;             // closed: "no handle"
     ZORNamedPipeAudio* pOwner = nullptr;  // null until connected
+    std::array<std::array<uint8_t, kZORPipePacketBytes>, kBacklog> backlog{};
+    uint32_t head = 0;
+    uint32_t queued = 0;
+    bool inFlight = false;  // backlog[head] is being sent
+    std::chrono::steady_clock::time_point since;  // when it started
   };
 
   static unsigned ThreadEntry(void* self);
   void ServerRoutine();
   void ClientRoutine();
+  // Sends what one reader is owed as far as it goes without waiting; false
+  // when the connection failed (closed, to be opened again next packet): a
+  // send that fails, goes short, or finds no room for kWriteWaitMs.
+  static bool Flush(PIPE_DATA& data, uint32_t instance, std::chrono::steady_clock::time_point now);
+  static void Drop(PIPE_DATA& data, uint32_t instance);
   // Under m_ringLock: checks and writes a decoded packet.
   bool StoreDecoded(uint32_t count, uint32_t sampleRate, const uint8_t* samples);
 

@@ -80,15 +80,23 @@ HRESULT ZORAPOEndpointTools::OnPropertyValueChanged(LPCWSTR, const PROPERTYKEY k
 }
 
 bool ZORAPOEndpointTools::GetEndpoints(std::vector<ZORAPOEndpointInfo>& endpoints) {
+  return ListActive(eRender, endpoints);
+}
+
+bool ZORAPOEndpointTools::GetCaptureEndpoints(std::vector<ZORAPOEndpointInfo>& endpoints) {
+  return ListActive(eCapture, endpoints);
+}
+
+bool ZORAPOEndpointTools::ListActive(EDataFlow flow, std::vector<ZORAPOEndpointInfo>& endpoints) {
   endpoints.clear();
   ZORComPtr<IMMDeviceEnumerator> enumerator = MakeEnumerator();
   ZORComPtr<IMMDeviceCollection> collection;
   UINT count = 0;
-  if (!enumerator || FAILED(enumerator->EnumAudioEndpoints(eRender, DEVICE_STATEMASK_ALL, collection.Put())) ||
+  if (!enumerator ||
+      FAILED(enumerator->EnumAudioEndpoints(flow, DEVICE_STATEMASK_ALL, collection.Put())) ||
       !collection || FAILED(collection->GetCount(&count))) {
     return false;
   }
-  // Errors end the list.
   std::vector<ZORComPtr<IMMDevice>> active;
   for (UINT index = 0; index < count; ++index) {
     ZORComPtr<IMMDevice> device;
@@ -98,7 +106,7 @@ bool ZORAPOEndpointTools::GetEndpoints(std::vector<ZORAPOEndpointInfo>& endpoint
   }
   for (const ZORComPtr<IMMDevice>& device : active) {
     ZORAPOEndpointInfo info;
-    if (info.SetDevice(device.Get(), true)) endpoints.push_back(info);
+    if (info.SetDevice(device.Get(), flow == eRender)) endpoints.push_back(info);
   }
   return !endpoints.empty();
 }

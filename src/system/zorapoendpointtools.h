@@ -52,6 +52,9 @@ class ZORAPOEndpointTools : public IMMNotificationClient, public IZORThreadBasic
   // The active render endpoints that Refresh accepts, in enumeration order;
   // true when there is at least one.
   virtual bool GetEndpoints(std::vector<ZORAPOEndpointInfo>& endpoints);
+  // The same for the active capture endpoints, which GetEndpoints never
+  // lists: a capture object looks for its endpoint here.
+  virtual bool GetCaptureEndpoints(std::vector<ZORAPOEndpointInfo>& endpoints);
   // Makes the endpoint the default for the console role through the policy
   // client; false where that cannot be made or refuses.
   virtual bool SetDefaultEndpoint(const ZORAPOEndpointInfo& endpoint);
@@ -78,6 +81,10 @@ class ZORAPOEndpointTools : public IMMNotificationClient, public IZORThreadBasic
   size_t ObserverEntries() const;
 
  private:
+  // The active endpoints of one data flow, each refreshed; errors end the
+  // list.
+  bool ListActive(EDataFlow flow, std::vector<ZORAPOEndpointInfo>& endpoints);
+
   // The table is read by the worker while the owner may write it; the lock
   // (recursive) also lets an observer register from its own callback.
   mutable zor::os::CriticalSection m_observerLock;

@@ -1,6 +1,5 @@
-// The other processes of the pipe tests. Every packet k of a test stream
-// carries the samples k * 480 + i, so a reader can tell a lost, repeated or
-// torn packet from the samples alone.
+// The other processes of the pipe tests, on the test stream of
+// pipetesting.h.
 //   read <root> <ready file> <packets>  a reader; touches the ready file once
 //       listening, then needs <packets> whole packets in sequence from
 //       wherever its stream starts
@@ -10,12 +9,14 @@
 //       the account nobody: 0 when nothing arrives within 1.5 s
 //   foreign-write <root> <packets>      (POSIX, run as root) a writer as
 //       nobody, sending <packets> good packets
-// Exit code: 0 success, 1 a packet out of sequence, 2 bad arguments,
-// 3 timed out, 4 no pipe instance to be had.
+// Exit code: 0 success, 1 a packet out of sequence or missing after 20 s,
+// 2 bad arguments, 3 garbage: no reader or a failed write, 4 no pipe
+// instance to be had.
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <random>
 #include <string>
 #include <thread>
@@ -30,33 +31,29 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-int Read(const std::string& readyFile, uint32_t packets) {
-  ZORNamedPipeAudio pipe;
-  pipe.Init(kTestPipeName, 0, kZORPipeRoleReader);
-  if (!pipe.StartThread()) return 3;
-  const auto deadline = Clock::now() + std::chrono::seconds(20);
-  while (!pipe.IsListening()) {
-    if (!pipe.IsThreadRunning()) return 4;  // the instance was refused
-    if (Clock::now() > deadline) return 3;
+// Starts a reader; once it listens, touches the ready file (written aside
+// and renamed, so it is closed once the test sees it). Null when refused.
+std::unique_ptr<ZORNamedPipeAudio> Listen(const std::string& readyFile) {
+  auto pipe = std::make_unique<ZORNamedPipeAudio>();
+  pipe->Init(kTestPipeName, 0, kZORPipeRoleReader);
+  if (!pipe->StartThread()) return nullptr;
+  while (!pipe->IsListening()) {
+    if (!pipe->IsThreadRunning()) return nullptr;  // the instance was refused
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
-  // Written aside and renamed, so the file is closed once the test sees it.
   std::ofstream(readyFile + ".part") << "listening\n";
   std::error_code ignored;
   std::filesystem::rename(readyFile + ".part", readyFile, ignored);
+  return pipe;
+}
+
+int Read(const std::string& readyFile, uint32_t packets) {
+  const std::unique_ptr<ZORNamedPipeAudio> pipe = Listen(readyFile);
+  if (!pipe) return 4;
   TestStreamChecker checker;
-  while (checker.Samples() < uint64_t{packets} * kZORPipePacketSamples) {
-    if (!checker.Take(pipe)) {
-      std::fprintf(stderr, "pipe helper: out of sequence after sample %llu; %llu packets stored\n",
-                   static_cast<unsigned long long>(checker.Next()),
-                   static_cast<unsigned long long>(pipe.GetStoredPackets()));
-      return 1;
-    }
-    if (Clock::now() > deadline) return 3;
-  }
-  return 0;
+  if (checker.TakeAll(*pipe, packets)) return 0;
+  std::fprintf(stderr, "pipe helper: stopped after sample %llu\n", static_cast<unsigned long long>(checker.Next()));
+  return 1;
 }
 
 #if !defined(_WIN32)
@@ -64,15 +61,10 @@ bool BecomeNobody() { return ::geteuid() == 0 && ::setgid(65534) == 0 && ::setui
 
 int ForeignRead(const std::string& readyFile) {
   if (!BecomeNobody()) return 5;
-  ZORNamedPipeAudio pipe;
-  pipe.Init(kTestPipeName, 0, kZORPipeRoleReader);
-  if (!pipe.StartThread()) return 3;
-  while (!pipe.IsListening()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  std::ofstream(readyFile + ".part") << "listening\n";
-  std::error_code ignored;
-  std::filesystem::rename(readyFile + ".part", readyFile, ignored);
+  const std::unique_ptr<ZORNamedPipeAudio> pipe = Listen(readyFile);
+  if (!pipe) return 4;
   std::this_thread::sleep_for(std::chrono::milliseconds(1500));
-  return pipe.GetStoredPackets() == 0 ? 0 : 1;
+  return pipe->GetStoredPackets() == 0 ? 0 : 1;
 }
 
 int ForeignWrite(uint32_t packets) {
@@ -80,8 +72,7 @@ int ForeignWrite(uint32_t packets) {
   zor::os::PipeClient client;
   for (uint32_t k = 0; k < packets; ++k) {
     if (client.IsOpen() || client.Open(kTestPipeName, 0)) {
-      const std::vector<uint8_t> good = TestPacketBytes(k);
-      if (client.Write(good.data(), kZORPipePacketBytes, 100) != kZORPipePacketBytes) client.Close();
+      if (client.Write(TestPacketBytes(k).data(), kZORPipePacketBytes, 100) != kZORPipePacketBytes) client.Close();
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }

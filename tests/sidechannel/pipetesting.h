@@ -1,6 +1,7 @@
 #pragma once
 // What the pipe tests and their helper process share: the test pipe's name
-// and a numbered stream whose packet k carries the samples k * 480 + i.
+// and a numbered stream whose packet k carries the samples k * 480 + i, so
+// a lost, repeated or torn packet shows in the samples alone.
 
 #include <chrono>
 #include <cstdint>
@@ -9,6 +10,8 @@
 #include <vector>
 
 #include "sidechannel/zornamedpipeaudio.h"
+
+using Clock = std::chrono::steady_clock;
 
 inline constexpr char16_t kTestPipeName[] = u"\\\\.\\pipe\\velapo-test-capture";
 inline constexpr uint32_t kTestRate = 16000;
@@ -30,8 +33,8 @@ inline std::vector<uint8_t> TestPacketBytes(uint32_t k) {
   return bytes;
 }
 
-// Takes a reader's samples and checks they run on without a gap, from a
-// packet's start.
+// Takes a reader's samples and checks they run on without a gap from
+// wherever a packet starts.
 class TestStreamChecker {
  public:
   // False at the first sample out of sequence.
@@ -41,15 +44,21 @@ class TestStreamChecker {
     if (read == 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     for (uint32_t i = 0; i < read; ++i) {
       const auto value = static_cast<uint64_t>(samples[i]);
-      if (m_taken == 0 && value % kZORPipePacketSamples != 0) return false;
-      if (m_taken != 0 && value != m_next) return false;
+      if ((m_taken == 0 && value % kZORPipePacketSamples != 0) || (m_taken != 0 && value != m_next)) return false;
       m_next = value + 1;
       ++m_taken;
     }
     return true;
   }
-  uint64_t Samples() const { return m_taken; }
-  // The next sample expected, so the packet after the last one seen.
+  // Takes `packets` whole packets in sequence within 20 s.
+  bool TakeAll(ZORNamedPipeAudio& pipe, uint32_t packets) {
+    const auto deadline = Clock::now() + std::chrono::seconds(20);
+    while (m_taken < uint64_t{packets} * kZORPipePacketSamples) {
+      if (!Take(pipe) || Clock::now() > deadline) return false;
+    }
+    return true;
+  }
+  // The next sample expected.
   uint64_t Next() const { return m_next; }
 
  private:

@@ -4,17 +4,20 @@
 //   lock <marker> <holdMs>    lock one; write "locked <ns>"; after holdMs
 //                             (0: never) unlock; stay until killed
 //   link <root> <config> <marker> <silentBlocks> <toneBlocks> <amplitude>
-//                             lock one bound to a fresh capture endpoint of
-//                             the store at <root>, switch the pipe link on
-//                             and lock again, as an embedder would; play
+//                             lock one on a fresh capture endpoint of the
+//                             store at <root> with <config>, which it must
+//                             bind; switch the pipe link on and lock
+//                             again, as an embedder would; play
 //                             silence, then a 1 kHz stereo sine in 10 ms
 //                             blocks in real time, writing "tone <ns>"
 //                             just before its first block
 //   probe <name>              (POSIX, as root) drop root, look for a mutex
 // Exit code: 0 done (probe: present), 1 probe: absent, 2 bad arguments,
-// 3 failure, 4 the store's capture endpoint cannot be bound.
+// 3 failure, 4 the object did not bind its capture endpoint.
+#include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <thread>
@@ -26,6 +29,7 @@
 #include "engine/zorengineendpoint.h"
 #include "platform/text.h"
 #include "registrytestarea.h"
+#include "system/zorapoendpointtools.h"
 #include "system/zorfindmutex.h"
 
 #if !defined(_WIN32)
@@ -60,18 +64,29 @@ struct Capture {
 
 int Link(const std::vector<std::string>& args) {
   velapo::test::UseRegistryRoot(args[1]);
-  const std::u16string guid = zor::com::GuidText(
-      GUID{0x11C40000u, 0x2222, 0x4333, {0x84, 0x44, 0, 0, 0, 0, uint8_t(Clock::now().time_since_epoch().count()), 1}});
+  const GUID id{0x11C40000u, 0x2222, 0x4333, {0x84, 0x44, 0, 0, 0, 0, uint8_t(Clock::now().time_since_epoch().count()), 1}};
+  const std::u16string guid = zor::com::GuidText(id);
   ZOREngineEndpoint endpoint(guid, args[2], false);
   Capture capture(guid);
   if (!endpoint.IsValid() || !capture.Lock()) return 3;
   auto* object = dynamic_cast<CZOR_LFX_Capture_APO_Universal*>(capture.engine.Object());
-  // The engine's binding looks among render endpoints only, so the object
-  // runs unbound; an embedder binds the manager to the capture endpoint.
+  if (object == nullptr) return 3;
+  // The object binds itself to its capture endpoint and that endpoint's
+  // file, wherever the system lists the endpoint. Wine's device list knows
+  // nothing of the store's endpoints: there an embedder binds the manager.
+  std::vector<ZORAPOEndpointInfo> listed;
+  ZORAPOEndpointTools().GetCaptureEndpoints(listed);
+  const bool known = std::any_of(listed.begin(), listed.end(), [&](const ZORAPOEndpointInfo& e) {
+    return IsEqualGUID(e.GetEndpointGuid().Guid(), id) != 0;
+  });
   ZORComPtr<IMMDevice> device;
   ZORAPOEndpointInfo info;
-  if (object == nullptr || FAILED(capture.engine.Devices().Item(0, device.Put())) ||
-      !info.SetDevice(device.Get(), false) || !object->Manager().SetEndpointInfo(info, 0)) {
+  if (!known && (FAILED(capture.engine.Devices().Item(0, device.Put())) || !info.SetDevice(device.Get(), false) ||
+                 !object->Manager().SetEndpointInfo(info, 0))) {
+    return 3;
+  }
+  if (!object->Manager().IsBound() || object->Manager().GetEndpointInfo().IsRender() ||
+      object->Manager().GetEndpointInfo().GetConfigPath() != std::filesystem::path(args[2]).u16string()) {
     return 4;
   }
   object->Manager().SetPipeLink(true, false);

@@ -288,6 +288,31 @@ uint32_t PipeServer::LastError() const { return m_state->lastError; }
 struct PipeClient::State {
   int fd = -1;
   uint32_t lastError = 0;
+  // The message a pending Send still has to deliver.
+  const void* data = nullptr;
+  uint32_t size = 0;
+
+  PipeIo Fail(uint32_t error) {
+    lastError = error;
+    data = nullptr;
+    return PipeIo::Failed;
+  }
+
+  PipeIo TrySend(const void* message, uint32_t length, uint32_t* sent) {
+    *sent = 0;
+    if (fd < 0) return Fail(EBADF);
+    const ssize_t result = ::send(fd, message, length, MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (result >= 0) {
+      data = nullptr;
+      *sent = static_cast<uint32_t>(result);
+      return PipeIo::Done;
+    }
+    if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) return Fail(static_cast<uint32_t>(errno));
+    // Nothing went: the whole message is tried again once there is room.
+    data = message;
+    size = length;
+    return PipeIo::Pending;
+  }
 };
 
 PipeClient::PipeClient() : m_state(std::make_unique<State>()) {}
@@ -324,32 +349,41 @@ bool PipeClient::Open(std::u16string_view name, uint32_t slot) {
 
 bool PipeClient::IsOpen() const { return m_state->fd >= 0; }
 
-uint32_t PipeClient::Write(const void* data, uint32_t size, uint32_t timeoutMs) {
-  if (m_state->fd < 0) {
-    m_state->lastError = EBADF;
-    return 0;
-  }
+PipeIo PipeClient::Send(const void* data, uint32_t size, uint32_t* sent) {
+  return m_state->TrySend(data, size, sent);
+}
+
+PipeIo PipeClient::Poll(uint32_t* sent) {
+  *sent = 0;
+  if (m_state->data == nullptr) return m_state->Fail(EINVAL);
+  return m_state->TrySend(m_state->data, m_state->size, sent);
+}
+
+PipeIo PipeClient::Finish(uint32_t timeoutMs, uint32_t* sent) {
+  State& state = *m_state;
+  *sent = 0;
+  if (state.data == nullptr) return state.Fail(EINVAL);
   using Clock = std::chrono::steady_clock;
   const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
   for (;;) {
-    const ssize_t sent = ::send(m_state->fd, data, size, MSG_NOSIGNAL | MSG_DONTWAIT);
-    if (sent >= 0) return static_cast<uint32_t>(sent);
-    if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) {
-      m_state->lastError = static_cast<uint32_t>(errno);
-      return 0;
-    }
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-    if (left.count() <= 0) {
-      m_state->lastError = ETIMEDOUT;  // a stalled reader is a failed write
-      return 0;
-    }
-    PollOne(m_state->fd, POLLOUT, static_cast<int>(left.count()));
+    PollOne(state.fd, POLLOUT, static_cast<int>(std::max<int64_t>(left.count(), 0)));
+    const PipeIo result = state.TrySend(state.data, state.size, sent);
+    if (result != PipeIo::Pending) return result;
+    if (Clock::now() >= deadline) return state.Fail(ETIMEDOUT);  // a stalled reader is a failed write
   }
+}
+
+uint32_t PipeClient::Write(const void* data, uint32_t size, uint32_t timeoutMs) {
+  uint32_t sent = 0;
+  if (Send(data, size, &sent) == PipeIo::Pending) Finish(timeoutMs, &sent);
+  return sent;
 }
 
 void PipeClient::Close() {
   if (m_state->fd >= 0) ::close(m_state->fd);
   m_state->fd = -1;
+  m_state->data = nullptr;
 }
 
 uint32_t PipeClient::LastError() const { return m_state->lastError; }

@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <string>
+#include <vector>
 
 #include "platform/text.h"
 
@@ -16,6 +17,35 @@ constexpr DWORD kPipeOpenMode = PIPE_ACCESS_INBOUND | FILE_FLAG_OVERLAPPED;
 constexpr DWORD kPipeMode = PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_WAIT |
                             PIPE_REJECT_REMOTE_CLIENTS;
 constexpr DWORD kDefaultTimeoutMs = 100;
+
+// The account a process runs as, as its token's user (empty if unknown).
+std::vector<BYTE> ProcessUser(HANDLE process) {
+  HANDLE token = nullptr;
+  if (!::OpenProcessToken(process, TOKEN_QUERY, &token)) return {};
+  DWORD size = 0;
+  ::GetTokenInformation(token, TokenUser, nullptr, 0, &size);
+  std::vector<BYTE> user(size);
+  if (size == 0 || !::GetTokenInformation(token, TokenUser, user.data(), size, &size)) user.clear();
+  ::CloseHandle(token);
+  return user;
+}
+
+// The pipe's default security keeps other accounts from writing, not from
+// making an instance of the name: a writer talks only to a reader of its
+// own account or the system, so no other account hears the microphone.
+bool ReaderIsTrusted(HANDLE pipe) {
+  ULONG pid = 0;
+  if (!::GetNamedPipeServerProcessId(pipe, &pid)) return false;
+  HANDLE process = ::OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, pid);
+  if (process == nullptr) return false;
+  const std::vector<BYTE> reader = ProcessUser(process);
+  ::CloseHandle(process);
+  const std::vector<BYTE> self = ProcessUser(::GetCurrentProcess());
+  if (reader.empty() || self.empty()) return false;
+  PSID readerSid = reinterpret_cast<const TOKEN_USER*>(reader.data())->User.Sid;
+  PSID selfSid = reinterpret_cast<const TOKEN_USER*>(self.data())->User.Sid;
+  return ::EqualSid(readerSid, selfSid) || ::IsWellKnownSid(readerSid, WinLocalSystemSid);
+}
 
 }  // namespace
 
@@ -105,6 +135,12 @@ bool PipeServer::Create(std::u16string_view name, uint32_t packetBytes, Event& c
     m_state->lastError = ::GetLastError();
     return false;
   }
+  if (!ReaderIsTrusted(m_state->pipe)) {
+    ::CloseHandle(m_state->pipe);
+    m_state->pipe = INVALID_HANDLE_VALUE;
+    m_state->lastError = ERROR_ACCESS_DENIED;
+    return false;
+  }
   return true;
 }
 
@@ -183,7 +219,24 @@ uint32_t PipeServer::LastError() const { return m_state->lastError; }
 struct PipeClient::State {
   HANDLE pipe = INVALID_HANDLE_VALUE;
   HANDLE written = nullptr;  // event of the overlapped write
+  OVERLAPPED overlapped{};   // of the pending write, if any
+  bool pending = false;
   uint32_t lastError = 0;
+
+  PipeIo Fail(uint32_t error) {
+    lastError = error;
+    return PipeIo::Failed;
+  }
+
+  // A pending write that has not finished is taken back before its buffer
+  // or handle goes.
+  void Abandon() {
+    if (!pending) return;
+    DWORD ignored = 0;
+    ::CancelIoEx(pipe, &overlapped);
+    ::GetOverlappedResult(pipe, &overlapped, &ignored, TRUE);
+    pending = false;
+  }
 };
 
 PipeClient::PipeClient() : m_state(std::make_unique<State>()) {}
@@ -202,46 +255,76 @@ bool PipeClient::Open(std::u16string_view name, uint32_t /*slot: any free instan
     m_state->lastError = ::GetLastError();
     return false;
   }
+  if (!ReaderIsTrusted(m_state->pipe)) {
+    ::CloseHandle(m_state->pipe);
+    m_state->pipe = INVALID_HANDLE_VALUE;
+    m_state->lastError = ERROR_ACCESS_DENIED;
+    return false;
+  }
   return true;
 }
 
 bool PipeClient::IsOpen() const { return m_state->pipe != INVALID_HANDLE_VALUE; }
 
-uint32_t PipeClient::Write(const void* data, uint32_t size, uint32_t timeoutMs) {
+PipeIo PipeClient::Send(const void* data, uint32_t size, uint32_t* sent) {
   State& state = *m_state;
-  if (state.pipe == INVALID_HANDLE_VALUE) {
-    state.lastError = ERROR_INVALID_HANDLE;
-    return 0;
-  }
+  *sent = 0;
+  if (state.pipe == INVALID_HANDLE_VALUE) return state.Fail(ERROR_INVALID_HANDLE);
+  state.Abandon();
   if (state.written == nullptr) state.written = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
-  if (state.written == nullptr) {
-    state.lastError = ::GetLastError();
-    return 0;
+  if (state.written == nullptr) return state.Fail(::GetLastError());
+  state.overlapped = OVERLAPPED{};
+  state.overlapped.hEvent = state.written;
+  DWORD bytes = 0;
+  if (::WriteFile(state.pipe, data, size, &bytes, &state.overlapped)) {
+    *sent = bytes;
+    return PipeIo::Done;
   }
-  OVERLAPPED overlapped{};
-  overlapped.hEvent = state.written;
-  DWORD sent = 0;
-  if (::WriteFile(state.pipe, data, size, &sent, &overlapped)) return sent;
-  DWORD error = ::GetLastError();
-  if (error != ERROR_IO_PENDING) {
-    state.lastError = error;
-    return 0;
+  const DWORD error = ::GetLastError();
+  if (error != ERROR_IO_PENDING) return state.Fail(error);
+  state.pending = true;
+  return PipeIo::Pending;
+}
+
+PipeIo PipeClient::Poll(uint32_t* sent) {
+  State& state = *m_state;
+  *sent = 0;
+  if (!state.pending) return state.Fail(ERROR_INVALID_PARAMETER);
+  DWORD bytes = 0;
+  if (::GetOverlappedResult(state.pipe, &state.overlapped, &bytes, FALSE)) {
+    state.pending = false;
+    *sent = bytes;
+    return PipeIo::Done;
   }
-  // A stalled reader is a failed write, not a stuck writer.
+  const DWORD error = ::GetLastError();
+  if (error == ERROR_IO_INCOMPLETE) return PipeIo::Pending;
+  state.pending = false;
+  return state.Fail(error);
+}
+
+PipeIo PipeClient::Finish(uint32_t timeoutMs, uint32_t* sent) {
+  State& state = *m_state;
+  *sent = 0;
+  if (!state.pending) return state.Fail(ERROR_INVALID_PARAMETER);
   if (::WaitForSingleObject(state.written, timeoutMs) != WAIT_OBJECT_0) {
-    ::CancelIoEx(state.pipe, &overlapped);
-    ::GetOverlappedResult(state.pipe, &overlapped, &sent, TRUE);
-    state.lastError = WAIT_TIMEOUT;
-    return 0;
+    state.Abandon();  // a stalled reader is a failed write, not a stuck writer
+    return state.Fail(WAIT_TIMEOUT);
   }
-  if (!::GetOverlappedResult(state.pipe, &overlapped, &sent, FALSE)) {
-    state.lastError = ::GetLastError();
-    return 0;
-  }
+  state.pending = false;
+  DWORD bytes = 0;
+  if (!::GetOverlappedResult(state.pipe, &state.overlapped, &bytes, FALSE)) return state.Fail(::GetLastError());
+  *sent = bytes;
+  return PipeIo::Done;
+}
+
+uint32_t PipeClient::Write(const void* data, uint32_t size, uint32_t timeoutMs) {
+  uint32_t sent = 0;
+  if (Send(data, size, &sent) == PipeIo::Pending) Finish(timeoutMs, &sent);
   return sent;
 }
 
 void PipeClient::Close() {
+  m_state->Abandon();
   if (m_state->pipe != INVALID_HANDLE_VALUE) ::CloseHandle(m_state->pipe);
   m_state->pipe = INVALID_HANDLE_VALUE;
 }
