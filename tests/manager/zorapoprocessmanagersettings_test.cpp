@@ -15,7 +15,7 @@
 #include "childprocess.h"
 #include "manager/zorapoprocessmanager.h"
 #include "platform/clock.h"
-#include "support/zortestendpoint.h"
+#include "engine/zortestendpoint.h"
 #include "system/zoraposharedmeter.h"
 #include "system/zorapotunedsettings.h"
 
