@@ -1,6 +1,7 @@
 // Chains built from configuration: their shape, the failures that leave them
-// on the bypass path, and the stacking and delivery of values.
+// on the bypass path, the stacking and delivery of values, and the examples.
 #include <algorithm>
+#include <set>
 
 #include "audio/zorapoprocesswrapper.h"
 #include "chaintesting.h"
@@ -164,4 +165,36 @@ TEST_F(ChainBuild, ValuesStackByTuningModeAndChangeTheLevelExactly) {
   ASSERT_TRUE(tool.WriteControl(ZORUTSValue("SFX-Volume:Gain-Level", "-300")));
   EXPECT_TRUE(chain.TuningChanged());
   EXPECT_FALSE(chain.TuningChanged());
+}
+
+// Every chain the examples declare builds where it is declared, and every
+// control they name reaches a live veltech process that lists it.
+TEST_F(ChainBuild, ExamplesBuildAndEveryControlReachesAProcessThatKnowsIt) {
+  for (const char* name : {"laptop.xml", "minimal.xml"}) {
+    SCOPED_TRACE(name);
+    const ZORAPOEndpointInfo* endpoints[] = {&MakeEndpoint(ExampleFile(name), false), &MakeEndpoint(ExampleFile(name))};
+    std::set<std::string> named, reached;
+    for (uint32_t location = 1; location <= 3; ++location) {
+      ZORAPOConfigurationFile config;
+      ASSERT_EQ(config.Load(configPath.u16string(), 0, location), 0u);
+      for (const auto& mode : config.GetOperatingModes()) {
+        for (const auto& value : mode->GetAllControls()) named.insert(value.first);
+        for (const ZORAPOChainDesc& desc : mode->GetChainDefinition().chains) {
+          for (const auto& value : desc.controls) named.insert(value.first);
+          const auto lowest = [](uint32_t mask) { return mask == kZORLayoutAny ? 2u : mask & -mask; };
+          ZORAPOProcessChain chain;
+          ASSERT_TRUE(chain.ConstructChain({*endpoints[desc.isRender], *mode, lowest(desc.inputLayouts),
+                                            lowest(desc.outputLayouts), 48000}, location));
+          for (size_t i = 0; i < chain.GetProcessCount(); ++i) {
+            std::vector<ZORUTSControlInfo> controls;
+            chain.GetProcess(i)->EnumControls(controls);
+            for (const auto& control : controls) reached.insert(chain.GetProcess(i)->GetName() + ":" + control.name);
+          }
+        }
+      }
+    }
+    for (const std::string& value : named) {
+      EXPECT_TRUE(value.find(':') == std::string::npos || reached.count(value) != 0) << value;
+    }
+  }
 }
