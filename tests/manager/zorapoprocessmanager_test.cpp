@@ -10,7 +10,9 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "audiotesting.h"
@@ -134,19 +136,12 @@ TEST(ZORAPOProcessManager, OutputFramesFollowTheChainAndTheBuffer) {
 
 TEST(ZORAPOProcessManager, MuteZeroesTheOutputWhileTheChainGoesOn) {
   RecordedManager recorded(/*manualClock=*/false);
-  ZORAPOProcessManager& manager = recorded.manager;
-  const RecordingStage& stage = recorded.Active();
   const std::vector<float> input = Noise(960, 4);
-
-  manager.SetMute(true);
-  auto [muted, mutedFrames] = RunBlock(manager, input, 480, 480, 2);
-  EXPECT_EQ(mutedFrames, 480u);
-  EXPECT_EQ(muted, std::vector<float>(960, 0.0f));
-  EXPECT_GT(stage.energy, 100.0) << "the chain still saw the signal";
-
-  manager.SetMute(false);
-  auto [heard, heardFrames] = RunBlock(manager, input, 480, 480, 2);
-  EXPECT_EQ(heard, input);
+  recorded.manager.SetMute(true);
+  EXPECT_EQ(RunBlock(recorded.manager, input, 480, 480, 2), std::pair(std::vector<float>(960, 0.0f), 480u));
+  EXPECT_GT(recorded.Active().energy, 100.0) << "the chain still saw the signal";
+  recorded.manager.SetMute(false);
+  EXPECT_EQ(RunBlock(recorded.manager, input, 480, 480, 2).first, input);
 }
 
 TEST(ZORAPOProcessManager, BypassMixesBitExactly) {
@@ -176,28 +171,22 @@ TEST(ZORAPOProcessManager, BypassMixesBitExactly) {
   }
 }
 
+// Fading takes the prepared chain in and the spare as the next prepared;
+// steady again, the old active chain becomes the spare, no longer live.
 TEST(ZORAPOProcessManager, SwitchStateFollowsTheStateTable) {
   ZORAPOProcessManager manager;
   EXPECT_FALSE(manager.SwitchState(ManagerState_Fading)) << "nothing prepared before Initialize";
   manager.Initialize(2, 2, kRate, 0, kLocationSfx);
-  const auto start = manager.GetChainPointers();
-  EXPECT_TRUE(manager.SwitchState(ManagerState_Steady)) << "steady while steady";
-  EXPECT_TRUE(manager.SwitchState(ManagerState_Fading));
-  EXPECT_TRUE(manager.SwitchState(ManagerState_Fading)) << "fading while fading";
-  const auto fading = manager.GetChainPointers();
-  EXPECT_EQ(fading.state, ManagerState_Fading);
-  EXPECT_EQ(fading.active, start.active);
-  EXPECT_EQ(fading.fadeIn, start.prepared);
-  EXPECT_EQ(fading.prepared, start.spare);
-  EXPECT_EQ(fading.spare, nullptr);
+  const auto s = manager.GetChainPointers();
+  EXPECT_TRUE(manager.SwitchState(ManagerState_Steady) && manager.SwitchState(ManagerState_Fading) &&
+              manager.SwitchState(ManagerState_Fading)) << "a switch to the present state is allowed";
+  const auto f = manager.GetChainPointers();
+  EXPECT_EQ(std::tuple(f.state, f.active, f.fadeIn, f.prepared, f.spare),
+            std::tuple(uint32_t{ManagerState_Fading}, s.active, s.prepared, s.spare, nullptr));
   EXPECT_TRUE(manager.SwitchState(ManagerState_Steady));
-  const auto steady = manager.GetChainPointers();
-  EXPECT_EQ(steady.active, start.prepared);
-  EXPECT_EQ(steady.spare, start.active);
-  EXPECT_EQ(steady.prepared, start.spare);
-  EXPECT_EQ(steady.fadeIn, nullptr);
-  EXPECT_FALSE(steady.spare->IsLive());
-  EXPECT_TRUE(steady.active->IsLive());
+  const auto t = manager.GetChainPointers();
+  EXPECT_EQ(std::tuple(t.active, t.fadeIn, t.prepared, t.spare), std::tuple(s.prepared, nullptr, s.spare, s.active));
+  EXPECT_TRUE(t.active->IsLive() && !t.spare->IsLive());
 }
 
 // A fade between chains that sound different: one scales its block by
@@ -237,28 +226,6 @@ TEST(ZORAPOProcessManager, FadeBetweenChainsThatSoundDifferentFollowsTheLaw) {
   }
 }
 
-TEST(ZORAPOProcessManager, StaleAfterMoreThan300MillisecondsAndFlushesLatencyPlus20Ms) {
-  RecordedManager recorded;  // one tick per millisecond
-  auto& [clock, manager, stages] = recorded;
-  RecordingStage& stage = recorded.Active();
-  const std::vector<float> input = Noise(960, 10);
-  ZORLogCapture log;
-
-  RunBlock(manager, input, 480, 480, 2);
-  clock.Advance(300);
-  RunBlock(manager, input, 480, 480, 2);
-  EXPECT_EQ(stage.frames, (std::vector<uint32_t>{480, 480})) << "exactly 300 ms is not stale";
-  EXPECT_EQ(log.Count("was stale"), 0u);
-
-  clock.Advance(301);
-  auto [output, frames] = RunBlock(manager, input, 480, 480, 2);
-  EXPECT_EQ(stage.frames, (std::vector<uint32_t>{480, 480, 960, 480}))
-      << "20 ms of silence at 48 kHz go through first";
-  EXPECT_EQ(frames, 480u);
-  EXPECT_EQ(output, input) << "the real block follows the flush unchanged";
-  EXPECT_TRUE(log.Contains("VELAPOProcessManager::Process - was stale for 301 ms , APO location=1\n"));
-}
-
 TEST(ZORAPOProcessManager, CounterArithmeticWrapsAsTheEngineDoes) {
   struct Case {
     int64_t now, then, frequency;
@@ -279,29 +246,33 @@ TEST(ZORAPOProcessManager, CounterArithmeticWrapsAsTheEngineDoes) {
   EXPECT_FALSE(ZORElapsedMilliseconds32(10, 0, int64_t{1} << 32, ms)) << "low bits of 0";
 }
 
-// Offload locations flush only a block the engine marked silent, but restart
-// the stopwatch on any stale block; the capture location (0xFFFFFFFF) flushes
-// every stale block.
-TEST(ZORAPOProcessManager, StaleBlocksFlushByLocation) {
-  for (uint32_t location : {4u, 5u, 0xFFFFFFFFu}) {
+// Stale is more than 300 ms since the last block, timed from the last stale
+// one; a flush pushes latency plus 20 ms of silence through the chain first
+// (960 frames at 48 kHz), then the block unchanged. Offload locations flush
+// only a block the engine marked silent, other locations every stale block.
+TEST(ZORAPOProcessManager, StaleBlocksFlushLatencyPlus20MsByLocation) {
+  for (uint32_t location : {kLocationSfx, 4u, 5u, 0xFFFFFFFFu}) {
     SCOPED_TRACE(location);
-    const bool offload = location != 0xFFFFFFFFu;
-    RecordedManager recorded(true, location);
+    const bool offload = location == 4 || location == 5;
+    RecordedManager recorded(true, location);  // one tick per millisecond
     auto& [clock, manager, stages] = recorded;
-    RecordingStage& stage = recorded.Active();
     const std::vector<float> input = Noise(960, 12);
     ZORLogCapture log;
     RunBlock(manager, input, 480, 480, 2);
+    clock.Advance(300);  // exactly 300 ms is not stale
+    RunBlock(manager, input, 480, 480, 2);
     clock.Advance(400);
     RunBlock(manager, input, 480, 480, 2, /*silent=*/false);
-    EXPECT_EQ(stage.frames.size(), offload ? 2u : 3u) << "a block with sound";
-    clock.Advance(299);  // measured from the stale block
+    clock.Advance(299);
     RunBlock(manager, input, 480, 480, 2, /*silent=*/true);
     clock.Advance(301);
-    RunBlock(manager, input, 480, 480, 2, /*silent=*/true);
-    EXPECT_EQ(stage.frames.size(), offload ? 5u : 6u);
-    EXPECT_EQ(stage.frames[stage.frames.size() - 2], 960u);
-    EXPECT_EQ(log.Count("was stale for 301 ms , APO location=" + std::to_string(int32_t(location))), 1u);
+    auto [output, frames] = RunBlock(manager, input, 480, 480, 2, /*silent=*/true);
+    std::vector<uint32_t> expected = {480, 480, 480, 480, 960, 480};
+    if (!offload) expected.insert(expected.begin() + 2, 960);
+    EXPECT_EQ(recorded.Active().frames, expected);
+    EXPECT_EQ(output, input);
+    EXPECT_EQ(log.Count("VELAPOProcessManager::Process - was stale for 301 ms , APO location=" +
+                        std::to_string(int32_t(location)) + "\n"), 1u);
   }
 }
 
@@ -321,71 +292,54 @@ TEST(ZORAPOProcessManager, FlushDoesNotFlushAgainFromItsOwnPass) {
   EXPECT_EQ(log.Count("was stale"), 2u) << "both passes report the gap";
 }
 
+// The chains a state names are three distinct ones, and the fourth slot is
+// null: fadeIn while steady, spare while fading.
+static bool NamesThreeChains(const ZORAPOProcessManager::ChainPointers& p) {
+  const ZORAPOProcessChain* const fourth = p.state == ManagerState_Steady ? p.fadeIn : p.spare;
+  const std::set<const ZORAPOProcessChain*> named = {p.active, p.fadeIn, p.prepared, p.spare};
+  return fourth == nullptr && named.size() == 4;
+}
+
 // One thread plays blocks while another starts fades as fast as the state
-// machine lets it. The pointers must always name three distinct chains (or
-// the nulls of their state), no fade may be cut short or restarted, and
-// ThreadSanitizer must see no race.
+// machine lets it: no fade is cut short or restarted, the pointers always
+// name three chains, and ThreadSanitizer sees no race.
 TEST(ZORAPOProcessManager, FadesStartedFromAnotherThreadNeverRaceTheAudioThread) {
   constexpr int kFades = 150;
   ManualClock clock(1000);
   ZORAPOProcessManager manager;
   manager.SetClock(&clock);  // never stale: no flush interferes
   manager.Initialize(2, 2, kRate, 0, kLocationSfx);
-
-  std::atomic<bool> done{false};
+  std::atomic<bool> done{false}, fadeCutShort{false};
   std::atomic<int> blocks{0};
-  std::atomic<bool> fadeCutShort{false};
   std::thread audio([&] {
     const std::vector<float> input = Noise(2 * 256, 15);
     std::vector<float> output(2 * 256);
-    float previous = manager.GetCrossfade().GetPosition();
-    while (!done.load()) {
-      uint32_t in = 256;
-      uint32_t out = 256;
+    for (float previous = manager.GetCrossfade().GetPosition(); !done.load(); ++blocks) {
+      uint32_t in = 256, out = 256;
       manager.Process(input.data(), &in, output.data(), &out, false);
+      // Within a fade the position only rises; it starts again only from a finished fade.
       const float position = manager.GetCrossfade().GetPosition();
-      // Within a fade the position only rises; it starts again only from a
-      // finished fade.
-      if (position < previous && previous < 1.0f) {
-        fadeCutShort = true;
-      }
+      fadeCutShort = fadeCutShort || (position < previous && previous < 1.0f);
       previous = position;
-      ++blocks;
     }
   });
-
-  int started = 0;
   bool distinct = true;
-  while (started < kFades) {
+  for (int started = 0; started < kFades;) {
     if (manager.GetState() != ManagerState_Steady) {
       std::this_thread::yield();
       continue;
     }
-    const auto steady = manager.GetChainPointers();
-    if (steady.state == ManagerState_Steady) {
-      distinct &= steady.fadeIn == nullptr && steady.active != steady.prepared &&
-                  steady.active != steady.spare && steady.prepared != steady.spare &&
-                  steady.active && steady.prepared && steady.spare;
-    }
+    distinct &= NamesThreeChains(manager.GetChainPointers());
     ASSERT_TRUE(manager.SwitchState(ManagerState_Fading));
     ++started;
-    const auto fading = manager.GetChainPointers();
-    if (fading.state == ManagerState_Fading) {
-      distinct &= fading.spare == nullptr && fading.active != fading.fadeIn &&
-                  fading.active != fading.prepared && fading.fadeIn != fading.prepared &&
-                  fading.active && fading.fadeIn && fading.prepared;
-    }
+    distinct &= NamesThreeChains(manager.GetChainPointers());
   }
-  while (manager.GetState() != ManagerState_Steady) {
-    std::this_thread::yield();
-  }
+  while (manager.GetState() != ManagerState_Steady) std::this_thread::yield();
   done = true;
   audio.join();
-
   EXPECT_TRUE(distinct);
   EXPECT_FALSE(fadeCutShort);
-  // Each fade of 3072 frames takes 12 blocks of 256.
-  EXPECT_GE(blocks.load(), kFades * 12);
+  EXPECT_GE(blocks.load(), kFades * 12) << "each fade of 3072 frames takes 12 blocks of 256";
 }
 
 // Against a plain scan: every channel count the fast paths and the general

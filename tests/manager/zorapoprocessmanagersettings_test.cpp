@@ -15,7 +15,7 @@
 #include "childprocess.h"
 #include "manager/zorapoprocessmanager.h"
 #include "platform/clock.h"
-#include "support/zortestendpoint.h"
+#include "engine/zortestendpoint.h"
 #include "system/zoraposharedmeter.h"
 #include "system/zorapotunedsettings.h"
 
@@ -63,14 +63,8 @@ class FxStore final : public ZORTestComObject<IPropertyStore> {
   uint32_t m_sysFx;
 };
 
-// Never moves: no block is stale, and every switch waits out the rate limit.
-class FrozenClock : public IZORPerformanceClock {
- public:
-  bool QueryCounter(int64_t& counter) override { return (counter = 1), true; }
-  bool QueryFrequency(int64_t& frequency) override { return (frequency = 1000), true; }
-};
-
-// Moves only when told, in milliseconds. Atomic: the worker reads it too.
+// Moves only when told, in milliseconds: untold, no block is stale and every
+// switch waits out the rate limit. Atomic: the worker reads it too.
 class SteppedClock : public IZORPerformanceClock {
  public:
   bool QueryCounter(int64_t& counter) override { return (counter = m_now.load()), true; }
@@ -232,7 +226,7 @@ TEST_P(SettingWrittenElsewhere, CrossfadesToTheNewLevelWithoutASeam) {
   ZORAPOTunedSettings tool;
   ASSERT_TRUE(tool.OpenNamed(block, loud.mode, false));
 
-  FrozenClock clock;
+  SteppedClock clock;
   ZORAPOProcessManager manager;
   manager.SetClock(&clock);
   auto* fx = new FxStore(info.GetEndpointGuid().Text(), info.GetFxPropertiesPath());
@@ -406,16 +400,18 @@ TEST_F(ManagerSettings, AudioThreadAllocatesNothingFromTheFirstBlock) {
       manager.Process(input.data(), &in, output.data(), &out, false);
       allocations += counter.Count();
     };
-    auto untilSteady = [&] {
+    // Plays until the manager is in `state`; the worker's builds take a while.
+    auto playUntil = [&](uint32_t state) {
       for (const auto deadline = Clock::now() + std::chrono::milliseconds(kMustNotTimeOutMs);
-           manager.GetState() != ManagerState_Steady;) {
+           manager.GetState() != state;) {
         ASSERT_LT(Clock::now(), deadline);
         play();
+        if (state == ManagerState_Fading) std::this_thread::sleep_for(std::chrono::milliseconds(1));
       }
     };
     for (int i = 0; i < 20; ++i) play();
     ASSERT_TRUE(manager.SwitchState(ManagerState_Fading));
-    untilSteady();
+    playUntil(ManagerState_Steady);
     // Another mode, so the worker builds a chain anew.
     ZORAPOModeSelector selector;
     if (info) {
@@ -424,13 +420,8 @@ TEST_F(ManagerSettings, AudioThreadAllocatesNothingFromTheFirstBlock) {
     } else {
       manager.RequestUpdate();
     }
-    for (const auto deadline = Clock::now() + std::chrono::milliseconds(kMustNotTimeOutMs);
-         manager.GetState() != ManagerState_Fading;) {
-      ASSERT_LT(Clock::now(), deadline);
-      play();
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    untilSteady();
+    playUntil(ManagerState_Fading);
+    playUntil(ManagerState_Steady);
     clock.Advance(400);
     play();  // stale: flushes
     for (int i = 0; i < 20; ++i) play();
@@ -441,13 +432,8 @@ TEST_F(ManagerSettings, AudioThreadAllocatesNothingFromTheFirstBlock) {
     play();
     allocations = 0;
     manager.RequestUpdate();
-    for (const auto deadline = Clock::now() + std::chrono::milliseconds(kMustNotTimeOutMs);
-         manager.GetState() != ManagerState_Fading;) {
-      ASSERT_LT(Clock::now(), deadline);
-      play();
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    untilSteady();
+    playUntil(ManagerState_Fading);
+    playUntil(ManagerState_Steady);
     EXPECT_EQ(allocations, 0u) << "after a longer block";
   }
 }

@@ -10,9 +10,7 @@
 
 #include <cstring>
 
-#include "apotesting.h"
 #include "hostendpoint.h"
-#include "module/czor_apomodule.h"
 #include "module/zorapomodulescripts.h"
 #include "module/zorregistrarscript.h"
 #include "moduleflow.h"
@@ -68,25 +66,14 @@ void ExpectScriptKey(const ZORRegistrarKey& key, const std::wstring& parent, boo
   for (const ZORRegistrarKey& subkey : key.subkeys) ExpectScriptKey(subkey, path + L"\\", registered);
 }
 
-class ModuleDllTest : public APOEndpoint {
+class ModuleDllTest : public ModuleFlow {
  protected:
   void SetUp() override {
-    APOEndpoint::SetUp();
-    wchar_t buffer[MAX_PATH * 4], temp[MAX_PATH];
-    std::wstring from(buffer, ::GetModuleFileNameW(nullptr, buffer, MAX_PATH * 4));
-    from.resize(from.find_last_of(L"\\/") + 1);
-    ::GetTempPathW(MAX_PATH, temp);
-    m_directory = std::wstring(temp) + L"velapo-module-" + std::to_wstring(::GetCurrentProcessId());
-    ::CreateDirectoryW(m_directory.c_str(), nullptr);
-    m_dll = m_directory + L"\\velapo64.dll";
-    ASSERT_TRUE(::CopyFileW((from + L"" VELAPO_MODULE_DLL).c_str(), m_dll.c_str(), FALSE));
-    ASSERT_TRUE(::CopyFileW((from + L"" VELAPO_TECH_DLL).c_str(), (m_directory + L"\\veltech64.dll").c_str(), FALSE));
-  }
-  void TearDown() override {
-    ::DeleteFileW(m_dll.c_str());
-    ::DeleteFileW((m_directory + L"\\veltech64.dll").c_str());
-    ::RemoveDirectoryW(m_directory.c_str());
-    APOEndpoint::TearDown();
+    ModuleFlow::SetUp();
+    wchar_t buffer[MAX_PATH * 4];
+    const std::filesystem::path from =
+        std::filesystem::path(std::wstring(buffer, ::GetModuleFileNameW(nullptr, buffer, MAX_PATH * 4))).parent_path();
+    m_dll = Install(from / VELAPO_MODULE_DLL, "velapo64.dll", from / VELAPO_TECH_DLL, "veltech64.dll").wstring();
   }
   DWORD Regsvr32(bool unregister) {
     std::wstring command = L"regsvr32.exe /s " + std::wstring(unregister ? L"/u \"" : L"\"") + m_dll + L"\"";
@@ -115,7 +102,7 @@ class ModuleDllTest : public APOEndpoint {
       for (const ZORRegistrarKey& key : script.Roots()[0].keys) ExpectScriptKey(key, L"", registered);
     }
   }
-  std::wstring m_directory, m_dll;
+  std::wstring m_dll;
 };
 
 TEST_F(ModuleDllTest, Regsvr32WritesEveryKeyAndEveryClassRunsAsHostsMakeIt) {
@@ -128,46 +115,28 @@ TEST_F(ModuleDllTest, Regsvr32WritesEveryKeyAndEveryClassRunsAsHostsMakeIt) {
   const GUID libraryId = {0x8D6935E1, 0xF1D5, 0x4C56, {0x89, 0x51, 0x3E, 0x24, 0x15, 0xFD, 0xD2, 0xAF}};
   ASSERT_EQ(::LoadRegTypeLib(libraryId, 1, 0, 0, &library), S_OK);
   EXPECT_EQ(library->GetTypeInfoCount(), 9u);  // seven interfaces, the manager's and its class
-
-  // A second registration over an engine key holding a value of an older version.
-  const std::wstring lfx = L"AudioEngine\\AudioProcessingObjects\\{031392C9-4725-4F53-9A62-E75D902BA553}";
-  const DWORD one = 1;
-  ASSERT_EQ(::RegSetKeyValueW(HKEY_CLASSES_ROOT, lfx.c_str(), L"Stale", REG_DWORD, &one, 4), ERROR_SUCCESS);
-  ASSERT_EQ(Regsvr32(false), 0u);
-  EXPECT_EQ(ClassesValue(lfx, L"Stale"), L"<missing>");
+  library->Release();
 
   const std::u16string render = MakeEndpoint(VELAPO_FLOW_CONFIG).Guid();
   HostEndpoint listed;  // in the device list the objects bind by, as drivers' endpoints are
   std::string error;
   ASSERT_TRUE(listed.Join("", zor::os::Utf16ToUtf8(render), error)) << error;
   HMODULE dll = ::LoadLibraryW(m_dll.c_str());  // the DLL COM loaded
-  const auto getClassObject = reinterpret_cast<HRESULT(STDAPICALLTYPE*)(REFCLSID, REFIID, void**)>(
-      reinterpret_cast<void*>(::GetProcAddress(dll, "DllGetClassObject")));
-  const auto order = CZOR_APOModule::RegistrationOrder();
-  for (const APO_REG_PROPERTIES* record : order) {
-    ZORAPORegisteredClass key;
-    ASSERT_EQ(ZORAPORegistryKeys(u"Software\\Classes").Read(record->clsid, key), S_OK);
-    ITypeInfo* type = nullptr;
-    EXPECT_EQ(library->GetTypeInfoOfGuid(key.interfaces[0], &type), S_OK);
-    if (type != nullptr) type->Release();
-    IUnknown* object = nullptr;
-    const HRESULT created =
-        ::CoCreateInstance(key.clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown, reinterpret_cast<void**>(&object));
-    if (record == order[5] || record == order[6]) {  // OSFX, OMFX: their scripts register other ids
-      EXPECT_EQ(created, REGDB_E_CLASSNOTREG);
-      IClassFactory* factory = nullptr;
-      ASSERT_EQ(getClassObject(key.clsid, IID_IClassFactory, reinterpret_cast<void**>(&factory)), S_OK);
-      ASSERT_EQ(factory->CreateInstance(nullptr, IID_IUnknown, reinterpret_cast<void**>(&object)), S_OK);
-      factory->Release();
-    }
-    ASSERT_NE(object, nullptr) << std::hex << created;
-    RunFlow(object, key, render, record == order[1]);
-    object->Release();
-  }
-  library->Release();
-  const auto canUnloadNow = reinterpret_cast<HRESULT(STDAPICALLTYPE*)()>(
-      reinterpret_cast<void*>(::GetProcAddress(dll, "DllCanUnloadNow")));
-  EXPECT_EQ(canUnloadNow(), S_OK);
+  const auto entry = [dll](const char* name) { return reinterpret_cast<void*>(::GetProcAddress(dll, name)); };
+  const auto getClassObject = reinterpret_cast<GetClassObjectFn>(entry("DllGetClassObject"));
+  RunEveryClass(render, reinterpret_cast<CanUnloadNowFn>(entry("DllCanUnloadNow")),
+                [&](size_t i, const ZORAPORegisteredClass& key) -> IUnknown* {  // as hosts make them
+                  IUnknown* object = nullptr;
+                  const HRESULT created = ::CoCreateInstance(key.clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown,
+                                                             reinterpret_cast<void**>(&object));
+                  if (i < 5) {
+                    EXPECT_EQ(created, S_OK);
+                    return object;
+                  }
+                  // OSFX, OMFX: their scripts register other ids, so hosts use the engine keys.
+                  EXPECT_EQ(created, REGDB_E_CLASSNOTREG);
+                  return FromFactory(getClassObject, key.clsid);
+                });
   ::FreeLibrary(dll);
   ASSERT_EQ(Regsvr32(true), 0u);
   ExpectScripts(false);

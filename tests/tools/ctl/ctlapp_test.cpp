@@ -89,6 +89,7 @@ INSTANTIATE_TEST_SUITE_P(Commands, CtlTable, ::testing::Values(
     CtlCase{"DumpMissingFile", {"dump", "--file", "/nonexistent.bin"}, 1, "cannot open"},
     CtlCase{"DumpNoBlock", {"-e", "@", "dump", "--tuned", "Voice"}, 1, "no shared block"},
     CtlCase{"CheckLaptop", {"check", "examples/laptop.xml"}, 0, "every control reaches"},
+    CtlCase{"CheckMinimal", {"check", "examples/minimal.xml"}, 0, "every control reaches"},
     CtlCase{"CheckEndpoint", {"-e", "@", "check"}, 0, "Velapo Laptop Audio"},
     CtlCase{"CheckMissing", {"check", "/nonexistent.xml"}, 4, "status 6"},
     CtlCase{"CheckMisspelt", {"check", "bad-config"}, 3, "Gain-Levle: no process it reaches has a control"}),
@@ -96,31 +97,29 @@ INSTANTIATE_TEST_SUITE_P(Commands, CtlTable, ::testing::Values(
 
 using CtlRoundTrip = CtlFixture;
 
-TEST_F(CtlRoundTrip, TheModeIsStoredWhereTheEngineReadsIt) {
+TEST_F(CtlRoundTrip, ModeAndSettingsAreStoredWhereTheEngineClassesReadThem) {
   ASSERT_EQ(RunOn({"mode", "set", "APO4-Voice/APO4-Headphones"}).code, 0);
+  ASSERT_EQ(RunOn({"settings", "set", "--mode", "Music/Headphones", "MFX-Volume:Gain-Level", "-450"}).code, 0);
+  ASSERT_EQ(RunOn({"settings", "global", "APO4-Process Enable", "0"}).code, 0);
   const nlohmann::json got = RunOn({"--json", "mode", "get"}).Json();
   EXPECT_EQ(got["mode"], "APO4-Voice/APO4-Headphones");
   EXPECT_TRUE(got["stored"]);
+  const nlohmann::json dump = RunOn({"--json", "dump", "--value", "VelApoCurrOpMode"}).Json();
+  EXPECT_TRUE(dump["complete"]);
+  EXPECT_EQ(dump["records"][0]["value"], "APO4-Voice");
+  EXPECT_EQ(RunOn({"--json", "settings", "get", "--mode", "Music/Headphones", "MFX-Volume:Gain-Level"})
+                .Json()["MFX-Volume:Gain-Level"], "-450");
+  // The other mode of the same name keeps its own value.
+  EXPECT_EQ(RunOn({"settings", "get", "--mode", "Music/Internal Stereo", "MFX-Volume:Gain-Level"}).out, "0\n");
+
   ControlEndpoint endpoint;
   ASSERT_TRUE(endpoint.Open(m_guid));
+  ASSERT_TRUE(endpoint.LoadConfiguration());
   ZORAPOModeSelector selector;
   ASSERT_TRUE(selector.Init(endpoint.Info().GetSettingsKeyPath(), ZORAPOModeId()));
   ZORAPOModeId id;
   ASSERT_TRUE(selector.GetMode(id));
   EXPECT_EQ(id, ZORAPOModeId("APO4-Voice", "APO4-Headphones"));
-  const nlohmann::json dump = RunOn({"--json", "dump", "--value", "VelApoCurrOpMode"}).Json();
-  EXPECT_TRUE(dump["complete"]);
-  EXPECT_EQ(dump["records"][0]["value"], "APO4-Voice");
-}
-
-TEST_F(CtlRoundTrip, PublicAndGlobalSettingsReachTheEngineClasses) {
-  ASSERT_EQ(RunOn({"settings", "set", "--mode", "Music/Headphones", "MFX-Volume:Gain-Level", "-450"}).code, 0);
-  ASSERT_EQ(RunOn({"settings", "global", "APO4-Process Enable", "0"}).code, 0);
-  EXPECT_EQ(RunOn({"--json", "settings", "get", "--mode", "Music/Headphones", "MFX-Volume:Gain-Level"})
-                .Json()["MFX-Volume:Gain-Level"], "-450");
-  ControlEndpoint endpoint;
-  ASSERT_TRUE(endpoint.Open(m_guid));
-  ASSERT_TRUE(endpoint.LoadConfiguration());
   ZORAPOOperatingMode mode;
   ASSERT_TRUE(endpoint.ResolveMode("Music/Headphones", "", mode));
   ZORAPOPublicSettings settings;
@@ -132,8 +131,6 @@ TEST_F(CtlRoundTrip, PublicAndGlobalSettingsReachTheEngineClasses) {
   ASSERT_TRUE(global.InitGlobal(endpoint.Info().GetSettingsKeyPath(), &endpoint.Configuration()));
   EXPECT_TRUE(global.ReadAll(values, true));
   EXPECT_EQ(values.Find(ZORAPOGlobalSettings::kProcessEnableName)->GetLong(), 0);
-  // The other mode of the same name keeps its own value.
-  EXPECT_EQ(RunOn({"settings", "get", "--mode", "Music/Internal Stereo", "MFX-Volume:Gain-Level"}).out, "0\n");
 }
 
 TEST_F(CtlRoundTrip, TheSystemEffectsSwitchIsMadeWhenMissingAndFlipped) {

@@ -3,6 +3,7 @@
 // for names that match nothing and devices that cannot be opened.
 #include <cstdlib>
 #include <filesystem>
+#include <tuple>
 #include <fstream>
 #include <vector>
 
@@ -61,20 +62,20 @@ class CtlDevices : public CtlFixture {
   std::filesystem::path m_dir;
 };
 
-TEST_F(CtlDevices, HelpAndBadCommandLinesHaveTheirExitCodes) {
-  const std::pair<std::vector<std::string>, int> table[] = {
-      {{"devices", "--help"}, 0},
-      {{"input-level", "--help"}, 0},
-      {{"input-level"}, 2},  // the device is required
-      {{"devices", "--seconds", "x"}, 2},
+TEST_F(CtlDevices, HelpAndBadCommandLinesHaveTheirExitCodesAndSayWhy) {
+  const std::tuple<std::vector<std::string>, int, const char*> table[] = {
+      {{"devices", "--help"}, 0, ""},
+      {{"input-level", "--help"}, 0, ""},
+      {{"input-level"}, 2, "device is required"},
+      {{"devices", "--seconds", "x"}, 2, "--seconds"},
+      {{"input-level", "Nobody's Microphone", "--once"}, 1,
+       "no active capture device is named 'Nobody's Microphone'"},
   };
-  for (const auto& [args, code] : table) EXPECT_EQ(Run(args).code, code) << args[0] << " " << args.back();
-}
-
-TEST_F(CtlDevices, AnUnknownNameIsNamedInTheMessage) {
-  const CtlRun run = Run({"input-level", "Nobody's Microphone", "--once"});
-  EXPECT_EQ(run.code, 1);
-  EXPECT_THAT(run.err, ::testing::HasSubstr("no active capture device is named 'Nobody's Microphone'"));
+  for (const auto& [args, code, message] : table) {
+    const CtlRun run = Run(args);
+    EXPECT_EQ(run.code, code) << args[0] << " " << args.back();
+    EXPECT_THAT(run.err, ::testing::HasSubstr(message));
+  }
 }
 
 #if !defined(_WIN32)

@@ -22,6 +22,14 @@ namespace {
 
 const std::string kLaptop = std::string(VELAPO_EXAMPLES_DIR) + "/laptop.xml";
 
+// A private endpoint of the laptop example, gone with the test.
+class LaptopEndpoint : public ::testing::Test {
+ protected:
+  void SetUp() override { ASSERT_TRUE(endpoint.MakePrivate(kLaptop, error)) << error; }
+  HostEndpoint endpoint;
+  std::string error;
+};
+
 std::unique_ptr<IHostStage> Stage(const std::string& name) {
   if (name == "apo") return std::make_unique<ApoStage>();
   return std::make_unique<ManagerStage>();
@@ -33,16 +41,13 @@ struct StreamCase {
   double seconds;
 };
 
-class HostStreams : public ::testing::TestWithParam<StreamCase> {};
+class HostStreams : public LaptopEndpoint, public ::testing::WithParamInterface<StreamCase> {};
 
 // Whatever the block length, the output is as long as the input, every
 // all-zero buffer goes in flagged silent, and the stage reports the same
 // latency as the manager's calculator.
 TEST_P(HostStreams, KeepLengthAndMarkSilentBuffers) {
   const StreamCase& c = GetParam();
-  HostEndpoint endpoint;
-  std::string error;
-  ASSERT_TRUE(endpoint.MakePrivate(kLaptop, error)) << error;
   const AudioClip input = MakeProgramme(c.seconds, 48000);
   HostFormat format{48000, 2, 2};
   std::unique_ptr<IHostStage> stage = Stage(c.stage);
@@ -73,35 +78,30 @@ INSTANTIATE_TEST_SUITE_P(Table, HostStreams,
                                            StreamCase{"manager", 480, 2.0}, StreamCase{"manager", 64, 1.0},
                                            StreamCase{"manager", 48000, 0.6}));
 
-TEST(ApoStage, RefusesWhatTheRenderObjectsDoNotTake) {
-  HostEndpoint endpoint;
-  std::string error;
-  ASSERT_TRUE(endpoint.MakePrivate(kLaptop, error)) << error;
-  ApoStage stage;
-  HostFormat mono{48000, 1, 1};
-  EXPECT_FALSE(stage.Start(endpoint, 1, mono, error));
-  EXPECT_NE(error.find("the SFX effect object refused 1 channels"), std::string::npos) << error;
-  HostFormat fast{384000, 2, 2};
-  EXPECT_FALSE(stage.Start(endpoint, 2, fast, error));
-  EXPECT_NE(error.find("the MFX effect object refused 2 channels"), std::string::npos) << error;
-  EXPECT_FALSE(stage.Start(endpoint, 6, fast, error));
-  EXPECT_EQ(error, "the module has no effect class at location 6");
-}
-
-// --module: a file that does not load, or loads but is not the engine's module.
-TEST(ApoStage, RefusesAModuleThatIsNotTheEngines) {
-  HostEndpoint endpoint;
-  std::string error;
-  ASSERT_TRUE(endpoint.MakePrivate(kLaptop, error)) << error;
-  HostFormat stereo{48000, 2, 2};
-  ApoStage missing("no-such-folder/" + std::filesystem::path(HostModule::DefaultPaths().front()).filename().string());
-  EXPECT_FALSE(missing.Start(endpoint, 1, stereo, error));
-  EXPECT_NE(error.find("does not load"), std::string::npos) << error;
+// Formats the render objects do not take, a location without an effect
+// class, and --module naming a file that does not load or is not the
+// engine's module.
+TEST_F(LaptopEndpoint, TheApoStageRefusesFormatsAndModulesItCannotRun) {
+  HostFormat stereo{48000, 2, 2}, mono{48000, 1, 1}, fast{384000, 2, 2};
   const auto tech = HostModule::DefaultPaths().front().parent_path() /
                     zor::os::Utf16ToUtf8(zor::os::OwnModuleFileName(zor::os::OwnModule::Tech));
-  ApoStage notOurs(tech.string());
-  EXPECT_FALSE(notOurs.Start(endpoint, 1, stereo, error));
-  EXPECT_NE(error.find("lacks the engine module's exports"), std::string::npos) << error;
+  const std::string missing =
+      "no-such-folder/" + std::filesystem::path(HostModule::DefaultPaths().front()).filename().string();
+  const struct {
+    std::string module;
+    uint32_t location;
+    HostFormat* format;
+    const char* message;
+  } cases[] = {{"", 1, &mono, "the SFX effect object refused 1 channels"},
+               {"", 2, &fast, "the MFX effect object refused 2 channels"},
+               {"", 6, &fast, "the module has no effect class at location 6"},
+               {missing, 1, &stereo, "does not load"},
+               {tech.string(), 1, &stereo, "lacks the engine module's exports"}};
+  for (const auto& c : cases) {
+    ApoStage stage(c.module);
+    EXPECT_FALSE(stage.Start(endpoint, c.location, *c.format, error));
+    EXPECT_NE(error.find(c.message), std::string::npos) << error;
+  }
 }
 
 // A private endpoint leaves nothing behind; joining needs one that exists.
@@ -126,10 +126,7 @@ TEST(HostEndpoint, PrivateEndpointsComeAndGo) {
 
 // Every control action through the stores, read back as a control panel
 // reads it; refusals write nothing.
-TEST(HostControl, CarriesActionsOutThroughTheStores) {
-  HostEndpoint endpoint;
-  std::string error;
-  ASSERT_TRUE(endpoint.MakePrivate(kLaptop, error)) << error;
+TEST_F(LaptopEndpoint, HostControlCarriesActionsOutThroughTheStores) {
   HostControl control;
   ASSERT_TRUE(control.Open(endpoint.GuidText(), 2, error)) << error;
   HostScript script;
@@ -174,10 +171,7 @@ TEST(HostControl, CarriesActionsOutThroughTheStores) {
 
 // The control thread carries out what the audio loop hands over, in order,
 // while the loop goes on; stalls are the loop's own and keep their records.
-TEST(ScriptPlayer, CarriesOutHandedOverActionsInOrderFromItsThread) {
-  HostEndpoint endpoint;
-  std::string error;
-  ASSERT_TRUE(endpoint.MakePrivate(kLaptop, error)) << error;
+TEST_F(LaptopEndpoint, ScriptPlayerCarriesOutHandedOverActionsInOrderFromItsThread) {
   HostControl control;
   ASSERT_TRUE(control.Open(endpoint.GuidText(), 1, error)) << error;
   HostScript script;
