@@ -62,6 +62,18 @@ TEST(ZORLog, NameIsFoundInEitherCompilersSignatures) {
   EXPECT_EQ(NameOf("int main()"), "main");
 }
 
+TEST(ZORLog, EmptyMessagesAndNullSiteFieldsLeaveJustThePrefix) {
+  ZORLogCapture log;
+  const ZORLogSite site{"file.cpp", 12, "ZORFoo::Bar"};
+  const ZORLogSite empty{nullptr, 0, nullptr};
+  ZORLogNarrow(site, "%s", "");
+  ZORLogWide(site, u"");
+  ZORLogNarrow(empty, nullptr);
+  ZORLogWide(empty, nullptr);
+  EXPECT_EQ(log.Lines(), (std::vector<std::string>{"file.cpp(12) | ZORFoo::Bar | ",
+                                                   "file.cpp(12) | ZORFoo::Bar | ", "(0) |  | ", "(0) |  | "}));
+}
+
 TEST(ZORLog, LongMessagesAreCutToTheBufferAndTerminated) {
   ZORLogCapture log;
   const ZORLogSite site{"f.cpp", -3, "ZORFoo::Bar"};

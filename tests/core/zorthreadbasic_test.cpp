@@ -132,3 +132,20 @@ TEST(ZORThreadBasic, WorkerThatOutlastsTheWaitNeverOutlivesStop) {
 #endif
   owned.reset();
 }
+
+TEST(ZORThreadBasic, DestructorStopsARunningWorkerAndAStopWithoutOneDoesNothing) {
+  ZORThreadBasic idle;
+  idle.Stop(0);
+  EXPECT_FALSE(idle.IsStarted() || idle.StopEvent().Wait(0));
+  std::atomic<bool> stopSeen{false};
+  Worker worker([&](ZORThreadBasic&, Event& stop) {
+    stopSeen = stop.Wait(kMustNotTimeOutMs);
+    return true;
+  });
+  {
+    ZORThreadBasic thread;
+    ASSERT_TRUE(thread.Start(&worker));
+    ASSERT_TRUE(worker.started.Wait(kMustNotTimeOutMs));
+  }
+  EXPECT_TRUE(stopSeen);
+}

@@ -58,6 +58,22 @@ TEST(ZORFormatWide, StringsFollowTheWindowsWideConventions) {
 #endif
 }
 
+TEST(ZORFormatWide, CharactersAndFloatingPoint) {
+  EXPECT_EQ(Format(u"%c%hc%C%3c", u'\u00E9', 'A', 'B', u'z'), u"\u00E9AB  z");
+  EXPECT_EQ(Format(u"%.3f %e %g %G %5.1f", 3.14159, 12345.678, 0.0001, 1e-10, 2.26),
+            u"3.142 1.234568e+04 0.0001 1E-10   2.3");
+  EXPECT_EQ(Format(u"%Lf", 2.5L), u"2.500000");
+  EXPECT_EQ(Format(u"%a", 1.0), u"0x1p+0");
+}
+
+TEST(ZORFormatWide, OddDirectivesAreCopiedAndPercentNWritesNothing) {
+  int count = 99;
+  EXPECT_EQ(Format(u"100%% sure %y, %n%d then %", &count, 5), u"100% sure %y, 5 then %");
+  EXPECT_EQ(count, 99);
+  EXPECT_EQ(Format(u"%-"), u"%-");
+  EXPECT_EQ(Format(u""), u"");
+}
+
 TEST(ZORFormatWide, OutputIsCutToTheBufferAndAlwaysTerminated) {
   char16_t buffer[8];
   EXPECT_EQ(ZORFormatWide(buffer, 8, u"abcdefghij"), 7u);

@@ -53,6 +53,17 @@ class EndpointInfo : public EndpointStore {
   std::unique_ptr<ZORAPOEndpointInfo> m_info;
 };
 
+TEST_F(EndpointInfo, WithoutKeysRefreshFailsYetTheDefaultsStand) {
+  EXPECT_FALSE(RefreshWith([](const std::u16string&) {}));
+  EXPECT_EQ(m_info->GetEndpointGuid().Text(), m_guid);
+  EXPECT_EQ(m_info->GetSettingsKeyPath(), u"Software\\VEL\\APO\\" + m_guid);
+  EXPECT_EQ(m_info->GetOemValue1(), GetModuleDirectory(kZORModuleHost));
+  EXPECT_EQ(m_info->GetConfigPath(), GetDefaultConfigPath());
+  EXPECT_TRUE(m_info->GetPresetsSwitch().empty());
+  EXPECT_FALSE(m_info->IsSysFxDisabled());
+  EXPECT_FALSE(ZORAPOEndpointInfo().Refresh());
+}
+
 TEST_F(EndpointInfo, RowsFollowTheirDefaultsAndTieBreaks) {
   struct Case {
     const char* what;

@@ -13,6 +13,22 @@ using Tools = ZORAPOEndpointTools;
 
 using EndpointTools = EndpointStore;
 
+TEST_F(EndpointTools, UnregisteredObserversHearNothingAndComeBackWithoutASecondEntry) {
+  Tools tools;
+  EndpointRecorder kept;
+  EndpointRecorder dropped;
+  tools.Register(&kept);
+  tools.Register(&dropped);
+  tools.Unregister(&dropped);
+  tools.Broadcast(Tools::kEventDeviceActive);
+  EXPECT_EQ(kept.WaitFor(1), std::vector<int32_t>{2});
+  EXPECT_TRUE(dropped.WaitFor(0).empty());
+  tools.Register(&dropped);
+  EXPECT_EQ(tools.ObserverEntries(), 2u);
+  tools.Broadcast(Tools::kEventDefaultChanged);
+  EXPECT_EQ(dropped.WaitFor(1), std::vector<int32_t>{0});
+}
+
 // The worker is held inside the first event while the callbacks come; the
 // device callbacks then collapse into the later code, the ignored ones leave
 // no trace, and a marker afterwards shows that nothing else was pending.

@@ -65,6 +65,18 @@ INSTANTIATE_TEST_SUITE_P(
         WriteCase{"NineLevelsKeepEight", {{1, 2, 3, 4, 5, 6, 7, 8, 9}}, {1, 2, 3, 4, 5, 6, 7, 8}}),
     [](const testing::TestParamInfo<WriteCase>& param) { return std::string(param.param.what); });
 
+TEST(ZORAPOSharedMeter, AClosedMeterWritesNothingAndZeroesAReadersArrayInPlace) {
+  Meter meter;
+  meter.meter.Close();  // keeps the mutex for the next OpenCreate
+  Levels levels = {0.5f, 0.7f, 0.9f};
+  EXPECT_FALSE(meter.meter.ReadWrite(levels, false));
+  EXPECT_EQ(levels, (Levels{0.5f, 0.7f, 0.9f}));
+  EXPECT_FALSE(meter.meter.ReadWrite(levels, true));
+  EXPECT_EQ(levels, (Levels{0, 0, 0}));
+  EXPECT_TRUE(meter.meter.OpenCreateNamed(meter.name));
+  EXPECT_TRUE(meter.meter.ReadWrite(levels, false));
+}
+
 // The meter is first opened under another name: reopened, it must take the
 // new block's mutex, not keep the one it left.
 TEST(ZORAPOSharedMeter, AWriterDropsItsReadingWhileAnotherHasTheMutex) {

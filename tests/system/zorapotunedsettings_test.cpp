@@ -37,6 +37,14 @@ std::string TextIn(const ZORUTSValueList& list, const char* name) {
   return value != nullptr ? value->GetText() : "-";
 }
 
+TEST(ZORAPOTunedSettings, WithoutABlockAnExistingOnlyOpenFailsAndLeavesNothing) {
+  const ZORAPOOperatingMode mode = UniqueMode();
+  ZORAPOTunedSettings chain;
+  EXPECT_FALSE(chain.Open(kEndpoint, mode, true));
+  EXPECT_FALSE(chain.IsOpen());
+  EXPECT_FALSE(ZORSharedMemory::Exists(u"Global\\" + mode.id.ToRegistryName()));
+}
+
 TEST(ZORAPOTunedSettings, AToolsBlockReachesAChainThatFollowsIt) {
   const ZORAPOOperatingMode mode = UniqueMode();
   ZORAPOTunedSettings tool;

@@ -54,6 +54,34 @@ struct Recorder {
   }
 };
 
+TEST(ZORVistaAudioDeviceMonitorCodes, EachDeviceStateHasItsCode) {
+  const std::pair<DWORD, uint32_t> table[] = {
+      {DEVICE_STATE_ACTIVE, Monitor::kActive},         {DEVICE_STATE_DISABLED, Monitor::kDisabled},
+      {DEVICE_STATE_NOTPRESENT, Monitor::kNotPresent}, {DEVICE_STATE_UNPLUGGED, Monitor::kUnplugged},
+      {0, Monitor::kOtherState},                       {3, Monitor::kOtherState},
+      {16, Monitor::kOtherState},                      {0xFFFFFFFF, Monitor::kOtherState},
+  };
+  for (const auto& [state, code] : table) EXPECT_EQ(Monitor::CodeOfState(state), code) << state;
+}
+
+TEST(ZORVistaAudioDeviceMonitorCom, IsNotCountedAndAnswersOnlyItsInterfaces) {
+  Monitor monitor;
+  EXPECT_EQ(monitor.AddRef(), 2u);
+  EXPECT_EQ(monitor.Release(), 1u);
+  void* answer = nullptr;
+  EXPECT_EQ(monitor.QueryInterface(IID_IUnknown, &answer), S_OK);
+  EXPECT_EQ(answer, static_cast<IMMNotificationClient*>(&monitor));
+  EXPECT_EQ(monitor.QueryInterface(IID_IMMNotificationClient, &answer), S_OK);
+  EXPECT_EQ(monitor.QueryInterface(IID_IMMDevice, &answer), E_NOINTERFACE);
+  EXPECT_EQ(answer, nullptr);
+  EXPECT_EQ(monitor.QueryInterface(IID_IUnknown, nullptr), E_POINTER);
+  // Without a callback every notification is answered and does nothing.
+  EXPECT_EQ(monitor.OnDeviceAdded(zor::com::ToComText(u"x")), S_OK);
+  EXPECT_EQ(monitor.OnDeviceRemoved(zor::com::ToComText(u"x")), S_OK);
+  EXPECT_EQ(monitor.OnDeviceStateChanged(zor::com::ToComText(u"x"), 1), S_OK);
+  EXPECT_EQ(monitor.OnDefaultDeviceChanged(eCapture, eConsole, nullptr), S_OK);
+}
+
 class DeviceMonitorStore : public EndpointStore {
  protected:
   std::u16string AddCapture(uint32_t state) {
@@ -63,6 +91,37 @@ class DeviceMonitorStore : public EndpointStore {
   }
   static std::u16string CaptureId(const std::u16string& guid) { return u"{0.0.1.00000000}." + guid; }
 };
+
+// The first report, before SetDeviceCallback returns, is the enumerator's own
+// list of capture devices in every state, in its order: on Linux the store's,
+// under Wine whatever its audio driver lists (often nothing, headless).
+TEST_F(DeviceMonitorStore, TheFirstReportIsTheEnumeratorsListOfCaptureDevices) {
+  ZORComPtr<IMMDeviceEnumerator> enumerator;
+  ASSERT_EQ(CoCreateInstance(CLSID_MMDeviceEnumerator, nullptr, CLSCTX_ALL, IID_IMMDeviceEnumerator,
+                             enumerator.PutVoid()),
+            S_OK);
+  ZORComPtr<IMMDeviceCollection> devices;
+  ASSERT_EQ(enumerator->EnumAudioEndpoints(eCapture, DEVICE_STATEMASK_ALL, devices.Put()), S_OK);
+  UINT count = 0;
+  ASSERT_EQ(devices->GetCount(&count), S_OK);
+  std::vector<std::pair<std::u16string, uint32_t>> listed;
+  for (UINT index = 0; index < count; ++index) {
+    ZORComPtr<IMMDevice> device;
+    ASSERT_EQ(devices->Item(index, device.Put()), S_OK);
+    LPWSTR id = nullptr;
+    DWORD state = 0;
+    ASSERT_EQ(device->GetId(&id), S_OK);
+    listed.emplace_back(zor::com::FromComText(id), Monitor::CodeOfState(SUCCEEDED(device->GetState(&state))
+                                                                            ? state
+                                                                            : DEVICE_STATE_NOTPRESENT));
+    CoTaskMemFree(id);
+  }
+  Recorder recorder;
+  Monitor monitor;
+  EXPECT_TRUE(monitor.SetDeviceCallback(&Recorder::Callback, &recorder));
+  const std::lock_guard<std::mutex> lock(recorder.mutex);
+  EXPECT_EQ(recorder.heard, listed);
+}
 
 #if !defined(_WIN32)
 // Capture devices in every state are reported, render devices not at all.
