@@ -99,6 +99,23 @@ TEST_F(ZORAPOProcessChainTest, OnlyACaptureChainFeedsThePipeOnTheBypassPath) {
   }
 }
 
+TEST_F(ZORAPOProcessChainTest, ABuildStartsFromOneCushionHoweverOftenItIsRebuilt) {
+  // At an internal rate equal to the stream's the conversions are copies,
+  // so the tuned path delays by the cushion alone: five frames per build,
+  // never five more per rebuild.
+  stage.gain = 1.0f;
+  for (int build = 0; build < 3; ++build) {
+    ASSERT_TRUE(chain.BuildFromStages(2, 48000, true, stages, 48000));
+    ZORAudioDataFloat block = NoiseBlock(64, 2, 30);
+    const std::vector<float> before = Interleaved(block);
+    chain.Process(block, block, nullptr);
+    const std::vector<float> after = Interleaved(block);
+    for (size_t i = 0; i < after.size(); ++i) {
+      ASSERT_EQ(after[i], i < 10 ? 0.0f : before[i - 10]) << "build " << build << ", " << i;
+    }
+  }
+}
+
 TEST_F(ZORAPOProcessChainTest, AFailedBuildLeavesTheChainOnItsBypassPath) {
   stage.initResult = false;
   EXPECT_FALSE(chain.BuildFromStages(2, 48000, true, stages));

@@ -140,6 +140,34 @@ TEST(ZORAudioProcessBlock, RunsOncePerBlockOnItsOwnFreshBlock) {
   EXPECT_EQ(host.GetData(false, true)[3], -4.0f);
 }
 
+TEST(ZORAudioProcessBlock, SetBlockSizeDropsHeldAudio) {
+  constexpr uint32_t kBlock = 32;
+  NegatingStage stage(kBlock);
+  stage.Init(1, 48000);
+  RunStream(stage, std::vector<float>(3 * kBlock, 1.0f), 1, {kBlock});
+  stage.Init(1, 48000);
+  const std::vector<float> quiet(3 * kBlock, 0.0f);
+  EXPECT_EQ(RunStream(stage, quiet, 1, {kBlock}), quiet);
+
+  // A block too large to ring lets audio pass untouched instead of stalling.
+  NegatingStage huge(0x80000000u);
+  huge.Init(2, 48000);
+  EXPECT_EQ(huge.GetLatency(), 0u);
+  const std::vector<float> input = {1.0f, 2.0f, 3.0f, 4.0f};
+  EXPECT_EQ(RunStream(huge, input, 2, {2}), input);
+  EXPECT_EQ(huge.calls, 0u);
+
+  // So do rings that could not get their memory, which would never move.
+  NegatingStage starved(kBlock);
+  {
+    velapo::test::NothrowAllocationFailure outOfMemory;
+    starved.Init(2, 48000);
+  }
+  EXPECT_EQ(starved.GetLatency(), 0u);
+  EXPECT_EQ(RunStream(starved, input, 2, {2}), input);
+  EXPECT_EQ(starved.calls, 0u);
+}
+
 TEST(ZORAudioProcessBlock, SteadyStateProcessDoesNotAllocate) {
   constexpr uint32_t kBlock = 128;
   NegatingStage stage(kBlock);
