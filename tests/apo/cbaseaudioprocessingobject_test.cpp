@@ -129,4 +129,18 @@ TEST_F(LockTest, EveryResultCodeIsReachedByBadInput) {
   }
 }
 
+TEST_F(LockTest, FlagsTwelveFixRateAndBitsButNotChannels) {
+  Build(F(6), F(2));
+  ASSERT_EQ(Lock(), S_OK);
+  EXPECT_EQ(m_apo->caches, 1);
+  // Samples per frame were never stored: the answer is what it started as.
+  UINT32 channels = 99;
+  EXPECT_EQ(m_apo->GetInputChannelCount(&channels), S_OK);
+  EXPECT_EQ(channels, 0u);
+  EXPECT_EQ(m_apo->UnlockForProcess(), S_OK);
+  // Locks repeat; each asks for the cache again.
+  ASSERT_EQ(Lock(), S_OK);
+  EXPECT_EQ(m_apo->caches, 2);
+}
+
 }  // namespace

@@ -82,6 +82,55 @@ TEST(UniversalCopyTest, CopyPathAndFlagsSampleBySample) {
   }
 }
 
+// Stale samples in channels the copy doesn't write make a silent block
+// audible: the flags say so, and the next block rises by the fade-in.
+TEST(UniversalCopyTest, ATailInSilenceArmsTheFadeInOnce) {
+  auto engine = Unbound(2, 4);
+  EXPECT_EQ(Render(*engine).RampPosition(), Base::kRampUnarmed);
+  std::fill(engine->Output().begin(), engine->Output().end(), 9.0f);
+  EXPECT_EQ(engine->Process(std::vector<float>(960, 0.5f), BUFFER_SILENT), BUFFER_VALID);
+  EXPECT_EQ(Render(*engine).RampPosition(), 0u);
+  for (int block = 0; block < 2; ++block) {
+    EXPECT_EQ(engine->Process(std::vector<float>(960, 1.0f), BUFFER_VALID), BUFFER_VALID);
+    for (uint32_t f = 0; f < 480; ++f) {
+      const float gain = block == 0 && f < 20 ? static_cast<float>(std::pow(f / 20.0, 2.0)) : 1.0f;
+      ASSERT_EQ(engine->Output()[f * 4], gain) << block << " " << f;
+    }
+    EXPECT_EQ(Render(*engine).RampPosition(), 20u);
+  }
+  std::fill(engine->Output().begin(), engine->Output().end(), -0.0f);  // negative zero is silence
+  EXPECT_EQ(engine->Process(std::vector<float>(960, 0.5f), BUFFER_SILENT), BUFFER_SILENT);
+}
+
+TEST(UniversalClassesTest, EachClassAnswersItsInterfacesAndNothingElse) {
+  const IID mfx = ZORAPORenderClass(kZORLocationMFX)->regProperties->iidAPOInterfaceList[0];
+  for (const ZORAPOClassInfo& info : ZORAPOClasses()) {
+    const bool capture = info.location == kZORLocationCapture;
+    const std::pair<IID, bool> rows[] = {
+        {IID_IUnknown, true}, {IID_IAudioProcessingObject, true}, {IID_IAudioProcessingObjectRT, true},
+        {IID_IAudioProcessingObjectConfiguration, true}, {IID_IAudioSystemEffects, true},
+        {IID_IAudioSystemEffects2, !capture}, {info.regProperties->iidAPOInterfaceList[0], true},
+        {mfx, info.location == kZORLocationMFX}, {IID_IPropertyStore, false},
+    };
+    IUnknown* object = nullptr;
+    ASSERT_EQ(ZORAPOCreateInstance(info.regProperties->clsid, nullptr, IID_IUnknown, reinterpret_cast<void**>(&object)),
+              S_OK);
+    for (const auto& [iid, expected] : rows) {
+      void* answer = nullptr;
+      EXPECT_EQ(object->QueryInterface(iid, &answer), expected ? S_OK : E_NOINTERFACE) << info.logName;
+      if (answer) static_cast<IUnknown*>(answer)->Release();
+    }
+    EXPECT_EQ(object->Release(), 0u);
+  }
+  void* object = nullptr;
+  EXPECT_EQ(ZORAPOCreateInstance(IID_IUnknown, nullptr, IID_IUnknown, &object), REGDB_E_CLASSNOTREG);
+  EXPECT_EQ(ZORAPOCreateInstance(ClassId(1), reinterpret_cast<IUnknown*>(&object), IID_IUnknown, &object),
+            CLASS_E_NOAGGREGATION);
+  EXPECT_EQ(ZORAPOCreateInstance(ClassId(1), nullptr, IID_IPropertyStore, &object), E_NOINTERFACE);
+  EXPECT_EQ(object, nullptr);
+  EXPECT_EQ(Base::LiveObjects() + CZOR_LFX_Capture_APO_Universal::LiveObjects(), 0u);
+}
+
 class UniversalOnEndpoint : public APOEndpoint {};
 
 // The laptop example's SFX chain changes the sound; on an endpoint the

@@ -106,6 +106,14 @@ INSTANTIATE_TEST_SUITE_P(
         C{"OppositeFormatFails", kRender, kIn, F(2, 48000), F(2, 48000), E_FAIL, Faults{}, Faults{.uncompressedQuery = E_FAIL}}),
     [](const testing::TestParamInfo<NegotiationCase>& row) { return std::string(row.param.name); });
 
+TEST(NegotiationTest, NullsAreRefused) {
+  ZORTestMediaType* request = ZORTestMediaType::Create(F(2, 44100));
+  IAudioMediaType* supported = nullptr;
+  EXPECT_EQ(ZORAPOFormatRules::Negotiate(Family::Render, Direction::Input, nullptr, nullptr, &supported), E_POINTER);
+  EXPECT_EQ(ZORAPOFormatRules::Negotiate(Family::Render, Direction::Input, nullptr, request, nullptr), E_POINTER);
+  EXPECT_EQ(request->Release(), 0u);
+}
+
 // The channel rule as a law: the render family takes exactly the even
 // counts 2 to 8, the capture class exactly 0 to 2, over the whole range.
 TEST(FormatRulesTest, ChannelLawHoldsOverTheRange) {
@@ -123,6 +131,21 @@ struct DefaultFormatCase {
   UNCOMPRESSEDAUDIOFORMAT out;
   bool changed;
 };
+
+TEST(FormatRulesTest, ValidateDefaultAPOFormatForcesTheLegalRange) {
+  const DefaultFormatCase cases[] = {
+      {F(2, 48000), F(2, 48000), false},
+      {F(0, 48000), F(1, 48000), true},       {F(5000, 48000), F(4096, 48000), true},
+      {F(2, 48000, 24, 3), F(2, 48000), true}, {F(2, 5), F(2, 10), true},
+      {F(2, kNaN), F(2, 10), true},            {F(2, 500000), F(2, 384000), true},
+      {Pcm(2, 48000), F(2, 48000), true},
+  };
+  for (const DefaultFormatCase& c : cases) {
+    UNCOMPRESSEDAUDIOFORMAT format = c.in;
+    EXPECT_EQ(ZORAPOFormatRules::ValidateDefaultAPOFormat(format), c.changed);
+    EXPECT_EQ(std::memcmp(&format, &c.out, sizeof(format)), 0) << c.in.dwSamplesPerFrame;
+  }
+}
 
 TEST(FormatRulesTest, CacheCopiesOnlyWhatTheTagPromises) {
   constexpr unsigned char kOld = 0x5A;

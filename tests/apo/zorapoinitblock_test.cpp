@@ -73,4 +73,21 @@ TEST(InitBlockTest, BothBlocksAndTheirBadForms) {
   EXPECT_EQ(ZORAPOInitBlock::Read(88, nullptr, *std::make_unique<ZORAPOInitBlock>()), E_INVALIDARG);
 }
 
+TEST(InitBlockTest, AnEndpointGuidOfTheWrongKindOrUnreadableIsEmpty) {
+  for (const bool failing : {false, true}) {
+    auto* fx = new ZORTestPropertyStore;
+    fx->SetNumber(PKEY_AudioEndpoint_GUID, 7);
+    fx->failReads = failing ? E_FAIL : S_OK;
+    auto* collection = new ZORTestDeviceCollection({u"only"});
+    APOInitSystemEffects2 init{{88, {}}, nullptr, fx, nullptr, collection, 0, 0, kRaw, 1};
+    ZORAPOInitBlock block;
+    EXPECT_EQ(ZORAPOInitBlock::Read(88, reinterpret_cast<BYTE*>(&init), block), S_OK);
+    EXPECT_TRUE(block.endpointGuid.empty());
+    EXPECT_TRUE(block.discoveryOnly);
+    block = ZORAPOInitBlock{};
+    fx->Release();
+    collection->Release();
+  }
+}
+
 }  // namespace

@@ -44,4 +44,48 @@ TEST(AudioMediaTypeTest, WaveFormatFollowsTheUncompressedOne) {
   }
 }
 
+TEST(AudioMediaTypeTest, CompressionEqualityAndPointers) {
+  UNCOMPRESSEDAUDIOFORMAT other = ZORTestMediaType::Float(2, 48000);
+  other.guidFormatType = IID_IUnknown;  // any subtype not PCM or float
+  IAudioMediaType* a = Make(ZORTestMediaType::Float(2, 48000));
+  IAudioMediaType* b = Make(ZORTestMediaType::Float(2, 44100));
+  IAudioMediaType* c = Make(other);
+  IAudioMediaType* n = Make(ZORTestMediaType::Float(2, std::numeric_limits<float>::quiet_NaN()));
+  BOOL compressed = 7;
+  EXPECT_EQ(a->IsCompressedFormat(&compressed), S_OK);
+  EXPECT_EQ(compressed, 0);
+  EXPECT_EQ(c->IsCompressedFormat(&compressed), S_OK);
+  EXPECT_EQ(compressed, 1);
+
+  DWORD flags = 0;
+  EXPECT_EQ(a->IsEqual(a, &flags), S_OK);
+  EXPECT_EQ(a->IsEqual(b, &flags), S_FALSE);
+  EXPECT_EQ(flags, AUDIOMEDIATYPE_EQUAL_FORMAT_TYPES);
+  EXPECT_EQ(a->IsEqual(c, &flags), S_FALSE);
+  EXPECT_EQ(flags, 0u);
+  EXPECT_EQ(n->IsEqual(n, &flags), S_FALSE);  // a NaN rate equals nothing
+
+  EXPECT_EQ(a->IsCompressedFormat(nullptr), E_POINTER);
+  EXPECT_EQ(a->IsEqual(nullptr, &flags), E_POINTER);
+  EXPECT_EQ(a->GetUncompressedAudioFormat(nullptr), E_POINTER);
+  for (IAudioMediaType* type : {a, b, c, n}) type->Release();
+  EXPECT_EQ(ZORAudioMediaType::Create(nullptr, &a), E_POINTER);
+  EXPECT_EQ(a, nullptr);
+}
+
+// Each class's identity is its own; all else in the records is shared.
+TEST(RegPropertiesTest, IdentitiesAreDistinct) {
+  const auto classes = ZORAPOClasses();
+  for (std::size_t i = 0; i < classes.size(); ++i) {
+    const APO_REG_PROPERTIES& reg = *classes[i].regProperties;
+    EXPECT_EQ(std::memcmp(&reg.u32MajorVersion, &classes[0].regProperties->u32MajorVersion, 8 * sizeof(UINT32)), 0);
+    EXPECT_EQ(reg.Flags, 12u);
+    for (std::size_t j = 0; j < i; ++j) {
+      EXPECT_FALSE(IsEqualGUID(reg.clsid, classes[j].regProperties->clsid));
+      EXPECT_FALSE(IsEqualGUID(reg.iidAPOInterfaceList[0], classes[j].regProperties->iidAPOInterfaceList[0]));
+    }
+  }
+  EXPECT_EQ(ZORAPOLocationName(6), nullptr);  // logged as an invalid location
+}
+
 }  // namespace
