@@ -39,6 +39,23 @@ struct Example {
 constexpr const char* kSpeakers = "APO4-Internal Stereo";
 constexpr const char* kPhones = "APO4-Headphones";
 
+// The laptop example picks its chains by mode, layout and location.
+TEST(ConfigExamples, LaptopChainsFollowModeLayoutAndLocation) {
+  const Example sfx("laptop.xml", 1);
+  EXPECT_EQ(sfx.config.GetDefaultMode(), ZORAPOModeId("APO4-Music", kSpeakers));
+  EXPECT_EQ(sfx.Chain("APO4-Music", kSpeakers, kZORLayoutStereo), (Strings{"peq", "widener"}));
+  EXPECT_EQ(sfx.Chain("APO4-Music", kSpeakers, kZORLayoutMono), Strings{"peq"});
+  EXPECT_EQ(sfx.Chain("APO4-Music", kSpeakers, kZORLayout51), Strings{});  // bypass downmixes
+  EXPECT_EQ(sfx.Chain("APO4-Movie", kPhones, kZORLayoutStereo), (Strings{"peq", "crossfeed"}));
+  const Example mfx("laptop.xml", 2);
+  EXPECT_EQ(mfx.Chain("APO4-Voice", kSpeakers, kZORLayoutStereo), (Strings{"peq", "gain", "limiter"}));
+  EXPECT_EQ(mfx.Chain("APO4-Movie", kPhones, kZORLayoutStereo), (Strings{"gain", "limiter"}));
+  const Example efx("laptop.xml", 3);
+  for (const auto& mode : efx.config.GetOperatingModes()) {
+    EXPECT_TRUE(mode->GetChainDefinition().chains.empty());
+  }
+}
+
 // A misspelt instance id would silently reach nothing: every control of a
 // mode names a process of the mode's chains, and a chain's control one of
 // its own.

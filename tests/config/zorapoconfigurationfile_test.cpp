@@ -93,6 +93,34 @@ TEST_F(ConfigurationFileTest, TextBeyondAsciiReachesTheRegistryAsWritten) {
   EXPECT_EQ(read, std::u16string(u"Activ\u00E9\0", 7));
 }
 
+TEST_F(ConfigurationFileTest, WorkedExample) {
+  ZORLogCapture log;
+  ASSERT_EQ(
+      config.LoadText(Root("<properties>" + Control("Product Name", "Grand Tone") +
+                   Control("APO4-Operating Mode", "APO4-Music") +
+                   Control("APO4-Speaker Type", "APO4-Internal Stereo") + "</properties>" +
+                   Music(Control("SFX:TK Enable", "1", " public=\"true\"") +
+                         "<chain_v2 position=\"SFX\" input=\"Any\" output=\"Stereo;5.1 Surround\">"
+                         "<process tech_id=\"tk\" instance_id=\"SFX\" hook=\"h\"/>" +
+                         Control("SFX:TK Enable", "0") + "</chain_v2>")),
+                      0, 1),
+      S::kStatusOk);
+  EXPECT_TRUE(log.Contains("pXML->load 1\n"));
+  EXPECT_TRUE(log.Contains("pXML->get_documentElement 0x"));
+  EXPECT_EQ(config.GetProductName(), u"Grand Tone");
+  EXPECT_EQ(config.GetDefaultMode(), kMusicId);
+  EXPECT_EQ(First().GetPublicControls().Size(), 1u);
+  EXPECT_TRUE(First().GetTunedControls().IsEmpty());  // the identity is taken out
+  const ZORAPOChainDesc& chain = First().GetChainDefinition().chains.at(0);
+  EXPECT_EQ(chain.inputLayouts, kZORLayoutAny);
+  EXPECT_EQ(chain.outputLayouts, 6u);
+  EXPECT_TRUE(chain.isRender);
+  ASSERT_EQ(chain.processes.size(), 1u);
+  EXPECT_EQ(chain.processes[0].instanceId, "SFX");
+  EXPECT_EQ(chain.processes[0].hook, "h");
+  EXPECT_EQ(Text(chain.controls, "SFX:TK Enable"), "0");
+}
+
 TEST_F(ConfigurationFileTest, UnreadableFilesAnswerSix) {
   for (const std::string& xml :
        {std::string(), std::string("<zor_configuration><properties>"),
@@ -179,6 +207,32 @@ TEST_F(ConfigurationFileTest, SnippetsGiveTheirStatusModesAndChains) {
       EXPECT_EQ(techIds, row.chainTechIds);
     }
   }
+}
+
+TEST_F(ConfigurationFileTest, PropertiesAndDefaultMode) {
+  // A later properties replaces an earlier one; the product name stays.
+  ASSERT_EQ(
+      LoadXml(Root(kProperties + Music() + "<properties>" + Control("B", "2") + "</properties>")),
+      S::kStatusOk);
+  EXPECT_EQ(config.GetProperties().Size(), 1u);
+  EXPECT_EQ(config.GetProductName(), u"P");
+  EXPECT_EQ(config.GetDefaultMode(), kMusicId);  // no identity in properties: the first mode
+
+  // The properties' identity stands even when no mode has it.
+  ASSERT_EQ(
+      LoadXml(Root("<properties>" + Control("APO4-Operating Mode", "APO4-Movie") +
+                   Control("APO4-Speaker Type", "APO4-Headphones") + "</properties>" + Music())),
+      S::kStatusOk);
+  EXPECT_EQ(config.GetDefaultMode(), ZORAPOModeId("APO4-Movie", "APO4-Headphones"));
+  // A failed load keeps the last default.
+  ASSERT_EQ(LoadXml("<broken"), S::kStatusUnreadable);
+  EXPECT_EQ(config.GetDefaultMode(), ZORAPOModeId("APO4-Movie", "APO4-Headphones"));
+
+  ZORLogCapture log;
+  ZORAPOConfigurationFile noModes;
+  EXPECT_EQ(noModes.Load(files.Write(Root(kProperties)), 0, 1), S::kStatusOk);
+  EXPECT_TRUE(log.Contains("SetDefaultMode returning false...no modes available.\n"));
+  EXPECT_FALSE(noModes.GetDefaultMode().IsDefined());
 }
 
 TEST_F(ConfigurationFileTest, CacheParsesAPathOnceAndNeverRefreshes) {

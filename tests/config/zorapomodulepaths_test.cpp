@@ -16,6 +16,19 @@ std::u16string DirectoryOf(const std::filesystem::path& file) {
   return file.parent_path().u16string() + kSeparator;
 }
 
+// The names are those of the build, which is 64-bit only; no setting picks
+// others.
+TEST(ZORAPOModulePaths, ModuleNamesAreThoseOfThisBuild) {
+  const std::u16string names = GetModuleFileNameOf(0) + GetModuleFileNameOf(1) + GetModuleFileNameOf(2);
+#if defined(_WIN32)
+  EXPECT_EQ(names, u"velapo64.dllvelcnt64.dllveltech64.dll");
+#else
+  EXPECT_EQ(names, u"libvelapo.solibvelcnt.solibveltech.so");
+#endif
+  EXPECT_TRUE(GetModuleFileNameOf(3).empty());
+  EXPECT_TRUE(GetModuleDirectory(3).empty());
+}
+
 // One case for everything that touches the module's directory, so no two
 // test processes write there at once.
 TEST(ZORAPOModulePaths, LoadedModuleGivesItsDirectoryOthersTheExecutables) {

@@ -81,6 +81,22 @@ TEST_F(PublicSettings, StoredValuesBeatDefaultsAndOnlyPublicNamesSurvive) {
   EXPECT_EQ(TextOf(list, "New:Name") + TextOf(seen, "New:Name"), "<none><none>");
 }
 
+TEST_F(PublicSettings, ReaderOpenedTwiceKeepsItsBindingAndTakesTheNewEvent) {
+  ZORAPOOperatingMode sameId = kMode;
+  sameId.publicControls.Insert(ZORUTSValue("SFX:Later", "1"));
+  Event first(EventReset::Manual);
+  Event second(EventReset::Manual);
+  ZORAPOPublicSettingsReader reader;
+  ASSERT_TRUE(reader.Open(kEndpoint, keyPath, kMode, &first));
+  ASSERT_TRUE(reader.Open(kEndpoint, keyPath, sameId, &second));
+  ASSERT_TRUE(Store(key, kModeValue, Blob({{u"SFX:Width", "4"}})));
+  EXPECT_TRUE(velapo::test::PingUntil(key, [&] { return second.Wait(0); }));
+  EXPECT_FALSE(first.Wait(0));
+  ASSERT_TRUE(reader.ReadAll(list));
+  EXPECT_EQ(list.Size(), 2u);  // the controls of the first Open
+  EXPECT_EQ(TextOf(list, "SFX:Width"), "4");
+}
+
 // Automatic content mode in the configuration (or none), a stored global
 // value (processing off, and a name of its own) or none, and what reads.
 struct GlobalCase {

@@ -45,4 +45,29 @@ TEST(ZORUTSControlInfo, ReadsEveryFieldAtItsOffset) {
   EXPECT_EQ(info.scale, 0xDEADBEEFu);
 }
 
+// A scale only for type 2; missing arrays and names read empty.
+TEST(ZORUTSControlInfo, ScaleIsOneUnlessTypeTwoAndMissingFieldsReadEmpty) {
+  for (int32_t type : {0, 1, 3, -2}) {
+    const auto record = MakeRecord(nullptr, 1, 2, 5, nullptr, type, std::bit_cast<uint32_t>(7.0f));
+    ZORUTSControlInfo info;
+    info.enumNames = {"stale"};
+    info.SetFromDescriptor(record.data());
+    EXPECT_EQ(info.GetScale(), 1.0f) << type;
+    EXPECT_EQ(info.name, "");
+    EXPECT_TRUE(info.enumNames.empty());
+    info.SetFromDescriptor(nullptr);  // changes nothing
+    EXPECT_EQ(info.first, 1);
+  }
+}
+
+TEST(ZORUTSNameList, ContainsAndRemoveFirst) {
+  ZORUTSNameList names{"a", "b", "a", "c"};
+  EXPECT_TRUE(names.Contains("a"));
+  EXPECT_FALSE(names.Contains("A"));
+  names.Remove("a");
+  EXPECT_EQ(names, (ZORUTSNameList{"b", "a", "c"}));
+  names.Remove("missing");
+  EXPECT_EQ(names.size(), 3u);
+}
+
 }  // namespace

@@ -64,6 +64,28 @@ TEST(ZORUTSValue, KindRulesOfGetLong) {
   }
 }
 
+TEST(ZORUTSValue, CopiesShareTheValueUntilASetterReplacesIt) {
+  ZORUTSValue original("a", "one");
+  const ZORUTSValue copy = original;
+  EXPECT_EQ(copy.value, original.value);
+  original.SetText("two");
+  EXPECT_EQ(copy.GetText(), "one");
+  EXPECT_TRUE(original.SetTextW(u"three"));
+  EXPECT_EQ(original.GetText(), "three");
+  EXPECT_EQ(original.value->GetType(), VEL_ANYVAL_ASTRING);
+  EXPECT_FALSE(original.NameEquals("A"));
+  EXPECT_EQ(ZORUTSValue().GetText(), "");
+}
+
+TEST(ZORUTSValue, EqualityIgnoresTheKind) {
+  EXPECT_EQ(ZORUTSValue("x", 1), ZORUTSValue("x", "1"));
+  EXPECT_NE(ZORUTSValue("x", 1), ZORUTSValue("X", 1));
+  EXPECT_NE(ZORUTSValue("x", 1), ZORUTSValue("x", "1.0"));
+  const ZORUTSValue text("x", std::string("ab\0c", 4));
+  EXPECT_TRUE(text.TextEquals(std::string_view("ab\0c", 4)));
+  EXPECT_FALSE(text.TextEquals("ab"));  // also by length
+}
+
 TEST(ZORUTSValue, FromPropertyConvertsThreeKinds) {
   ZORUTSValue out("untouched", 0);
   const ZORProperty number{u"Mode", std::make_shared<VELAnyValLong>(3)};

@@ -47,6 +47,17 @@ TEST(ZORUTSValueList, MergeModes) {
   EXPECT_EQ(Contents(list), (Texts{{"a", "1"}}));
 }
 
+TEST(ZORUTSValueList, MergeIntoItself) {
+  for (int mode : {0, 1, 2, 3, 9}) {
+    ZORUTSValueList list = ListOf({{"a", "1"}, {"b", "2"}});
+    list.Merge(list, mode);
+    EXPECT_EQ(Contents(list), (Texts{{"a", "1"}, {"b", "2"}})) << mode;
+  }
+  ZORUTSValueList list = ListOf({{"a", "1"}, {"b", "2"}});
+  list.Merge(list, MergeRemove);
+  EXPECT_TRUE(list.IsEmpty());
+}
+
 TEST(ZORUTSValueList, ReplaceIfChanged) {
   ZORUTSValueList list = ListOf({{"a", "1"}, {"b", "2"}});
   EXPECT_FALSE(list.ReplaceIfChanged(ListOf({{"a", "1"}, {"b", "2"}})));
