@@ -56,6 +56,49 @@ std::string ExpectedText(double value, int digits) {
   return text;
 }
 
+// The digit string has the shape of fcvt's.
+TEST(VELFixedText, DigitStrings) {
+  struct Case {
+    double value;
+    int places;
+    const char* digits;
+    int decimalPosition;
+    bool negative;
+  };
+  const Case cases[] = {
+      {0.05, 8, "5000000", -1, false},
+      {-12.5, 2, "1250", 2, true},
+      {0.0, 3, "000", 0, false},   // one zero per place, point at the start
+      {9.995, 2, "999", 1, false},  // 9.9949999... stays below
+      {9.999, 2, "1000", 2, false},  // a carry into a new digit moves the point
+      {2.5, 0, "3", 1, false},     // an exact tie goes up
+      {1e-12, 8, "", -8, false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.value);
+    VELFixedDigits digits;
+    ASSERT_TRUE(VELFixedDigitsOf(c.value, c.places, digits));
+    EXPECT_EQ(digits.digits, c.digits);
+    EXPECT_EQ(digits.decimalPosition, c.decimalPosition);
+    EXPECT_EQ(digits.negative, c.negative);
+  }
+}
+
+TEST(VELFixedText, ExtremesAndFailures) {
+  const double largest = std::numeric_limits<double>::max();
+  EXPECT_EQ(Text(largest, 17), ExpectedText(largest, 17));
+  EXPECT_EQ(Text(largest, 17).size(), 309u + 2u);  // all integer digits, then ".0"
+  EXPECT_EQ(Text(-0.0, 17), "-0.0");
+
+  std::string text = "kept";
+  EXPECT_FALSE(VELFormatFixed(std::numeric_limits<double>::quiet_NaN(), 17, text));
+  EXPECT_FALSE(VELFormatFixed(std::numeric_limits<double>::infinity(), 8, text));
+  EXPECT_FALSE(VELFormatFixed(-std::numeric_limits<double>::infinity(), 8, text));
+  EXPECT_FALSE(VELFormatFixed(1.0, -1, text));
+  EXPECT_FALSE(VELFormatFixed(1.0, kVELFixedMaxFraction + 1, text));
+  EXPECT_EQ(text, "kept");
+}
+
 TEST(VELFixedText, RandomValuesMatchAnIndependentExpansion) {
   std::mt19937_64 random(20240611);
   int checked = 0;

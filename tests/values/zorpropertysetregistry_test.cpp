@@ -309,6 +309,54 @@ TEST_F(PropertySetRegistry, AutoSaveFollowsTheSetAndKeepsItsFirstName) {
   registry.SetPropertySet(&set);
 }
 
+TEST_F(PropertySetRegistry, DestroyedRegistryLeavesTheSetsObservers) {
+  ZORPropertySetThreadsafe own;
+  own.SetPropertyLong(u"Gain", 1);
+  {
+    ZORPropertySetRegistry saving;
+    saving.SetKey(&key);
+    saving.SetPropertySet(&own);
+    ASSERT_TRUE(saving.SaveBinary(u"Value"));
+    saving.SetAutoSave(true, u"Value");
+    ASSERT_TRUE(saving.MonitorBinary(true, u"Value"));
+  }
+  own.SetPropertyLong(u"Gain", 2);  // nobody saves it now
+  ASSERT_TRUE(registry.LoadBinary(u"Value", false, false, false));
+  EXPECT_EQ(LongOf(set, u"Gain"), 1);
+}
+
+TEST_F(PropertySetRegistry, SetKeyKeepsAPrivateDuplicateAndOpenKeyAsksOnlyToReadAndWatch) {
+  RegKey own;
+  ASSERT_EQ(key.Duplicate(own), RegStatus::Ok);
+  ASSERT_TRUE(registry.SetKey(&own));
+  own.Close();
+  set.SetPropertyLong(u"Gain", 1);
+  EXPECT_TRUE(registry.SaveBinary(u"Value"));
+
+  EXPECT_FALSE(registry.SetKey(nullptr));
+  EXPECT_FALSE(registry.GetKey().IsOpen());
+  EXPECT_FALSE(registry.SaveBinary(u"Value"));
+
+  ASSERT_TRUE(registry.OpenKey(key));
+  EXPECT_EQ(registry.GetKey().Access(), 0x111u);
+  EXPECT_TRUE(registry.LoadBinary(u"Value", false, false, false));
+  EXPECT_FALSE(registry.SaveBinary(u"Value"));  // no right to write
+}
+
+TEST_F(PropertySetRegistry, MonitorChangesCallsTheNotifierAndLoadsNothing) {
+  set.SetPropertyLong(u"Gain", 1);
+  ASSERT_TRUE(registry.SaveBinary(u"VelApoGlobal"));
+  Notifier notifier;
+  ASSERT_TRUE(registry.MonitorChanges(&notifier));
+  ZORPropertySetThreadsafe other;
+  other.SetPropertyLong(u"Gain", 5);
+  SaveFromOutside(other, u"VelApoGlobal");
+  EXPECT_TRUE(PokeUntil(notifier.called, [&] { return notifier.calls > 0; }));
+  ASSERT_TRUE(registry.MonitorChanges(nullptr));
+  EXPECT_EQ(notifier.from, &registry);
+  EXPECT_EQ(LongOf(set, u"Gain"), 1);
+}
+
 // Process A (a helper) saves; this process, B, watches. B's set hears the
 // change through SetProperty and its observers, overwrites the name it knew
 // and never learns the one it did not; A's own watcher ends the echo of its

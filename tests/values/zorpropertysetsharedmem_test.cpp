@@ -153,6 +153,18 @@ TEST(ZORPropertySetSharedMem, ReadGivesUpOnAMutexHeldLongerThanHalfASecond) {
   EXPECT_EQ(block.shared.Write(), 0u);
 }
 
+TEST(ZORPropertySetSharedMem, LookingForAnUnusedNameLeavesNothingBehind) {
+  const std::u16string name = UniqueName();
+  ZORSharedMemory probe;
+  EXPECT_FALSE(ZORSharedMemory::Exists(name));
+  EXPECT_FALSE(probe.Create(name, 16, true));
+  zor::os::SharedMemory raw;
+  EXPECT_EQ(raw.Open(name, 16), zor::os::SharedMemory::OpenStatus::Created);
+  EXPECT_TRUE(probe.Create(name, 16, true));
+  raw.Close();
+  EXPECT_FALSE(ZORSharedMemory::Exists(name));
+}
+
 // Cross-process cases run the helper beside this executable.
 
 TEST(ZORPropertySetSharedMemProcesses, TheLastHolderLeavingNormallyOrKilledEndsTheBlock) {
