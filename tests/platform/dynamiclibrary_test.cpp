@@ -12,6 +12,8 @@ std::filesystem::path TestModulePath() {
   return zor::os::ExecutablePath().parent_path() / VELAPO_TEST_MODULE_NAME;
 }
 
+void FunctionInThisExecutable() {}
+
 }  // namespace
 
 TEST(DynamicLibrary, LoadsAModuleFindsItsExportNamesItsFileAndFailsCleanlyWhenMissing) {
@@ -35,4 +37,15 @@ TEST(DynamicLibrary, LoadsAModuleFindsItsExportNamesItsFileAndFailsCleanlyWhenMi
   EXPECT_FALSE(library.IsLoaded());
   EXPECT_EQ(library.FindSymbol("VelapoTestModuleAnswer"), nullptr);
   library.Unload();  // harmless when nothing is loaded
+}
+
+TEST(DynamicLibrary, ExecutablePathNamesTheRunningProgram) {
+  const std::filesystem::path executable = zor::os::ExecutablePath();
+  ASSERT_FALSE(executable.empty());
+  EXPECT_TRUE(executable.is_absolute()) << executable;
+  EXPECT_TRUE(std::filesystem::exists(executable)) << executable;
+  const std::filesystem::path module =
+      zor::os::ModulePathOf(reinterpret_cast<const void*>(&FunctionInThisExecutable));
+  EXPECT_TRUE(std::filesystem::equivalent(module, executable)) << module;
+  EXPECT_TRUE(zor::os::ModulePathOf(nullptr).empty());
 }

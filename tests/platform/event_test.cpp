@@ -32,6 +32,29 @@ double ElapsedMs(int64_t since) {
 
 }  // namespace
 
+// Each row: a reset mode, the initial state, and a script of Set (S),
+// Reset (R) and polls that must find the event signalled (1) or not (0). An
+// auto-reset poll takes the signal, and Sets never count up.
+TEST(Event, PollsFollowTheResetMode) {
+  struct Row {
+    EventReset mode;
+    bool initial;
+    const char* script;
+  };
+  for (const Row& row : {Row{EventReset::Auto, true, "10SS10SR0"}, Row{EventReset::Manual, false, "0S11R0S1"}}) {
+    Event event(row.mode, row.initial);
+    for (const char* step = row.script; *step != 0; ++step) {
+      if (*step == 'S') {
+        event.Set();
+      } else if (*step == 'R') {
+        event.Reset();
+      } else {
+        EXPECT_EQ(event.Wait(0), *step == '1') << row.script << " at " << (step - row.script);
+      }
+    }
+  }
+}
+
 TEST(Event, AutoResetSetReleasesExactlyOneWaiterEachTime) {
   constexpr int kWaiters = 4;
   Event gate(EventReset::Auto);

@@ -139,6 +139,58 @@ TEST_F(Registry, BehavesAsAMapOfKeysAndValuesUnderRandomOperations) {
   }
 }
 
+// A NUL right behind the given bytes must not be stored with them.
+TEST_F(Registry, TextIsStoredAsGivenEvenWithoutItsTerminator) {
+  RegKey key = Create(u"Text");
+  const std::vector<uint8_t> buffer = {'a', 0, 'b', 0, 0, 0};
+  const std::span<const uint8_t> unterminated = std::span(buffer).first(4);
+  for (const RegType type : {RegType::Sz, RegType::ExpandSz, RegType::MultiSz}) {
+    ASSERT_EQ(key.WriteValue(u"Value", type, unterminated), RegStatus::Ok);
+    EXPECT_EQ(ReadStored(key, u"Value").data, std::vector<uint8_t>(unterminated.begin(), unterminated.end()));
+  }
+}
+
+TEST_F(Registry, OperationsNeedTheRightsTheKeyWasOpenedWith) {
+  Create(u"Rights").WriteDword(u"Value", 1);
+  RegKey reader;
+  ASSERT_EQ(RegKey::Open(area.Path(u"Rights"), zor::os::kKeyRead, reader), RegStatus::Ok);
+  EXPECT_EQ(reader.WriteDword(u"Value", 2), RegStatus::AccessDenied);
+  EXPECT_EQ(reader.DeleteValue(u"Value"), RegStatus::AccessDenied);
+
+  RegKey writer;
+  ASSERT_EQ(RegKey::Open(area.Path(u"Rights"), zor::os::kKeySetValue, writer), RegStatus::Ok);
+  uint32_t number = 0;
+  EXPECT_EQ(writer.ReadDword(u"Value", number), RegStatus::AccessDenied);
+  Event event(EventReset::Auto);
+  EXPECT_EQ(writer.NotifyChange(false, zor::os::kNotifyChangeLastSet, event),
+            RegStatus::AccessDenied);
+  EXPECT_EQ(writer.WriteDword(u"Value", 3), RegStatus::Ok);
+  EXPECT_EQ(reader.ReadDword(u"Value", number), RegStatus::Ok);
+  EXPECT_EQ(number, 3u);
+
+  RegKey closed;
+  EXPECT_EQ(closed.ReadDword(u"Value", number), RegStatus::NotOpen);
+  EXPECT_EQ(closed.WriteDword(u"Value", 1), RegStatus::NotOpen);
+}
+
+TEST_F(Registry, DuplicatesAndTheEmptyPathReopenTheKeyWithTheirOwnRights) {
+  RegKey original = Create(u"Dup");
+  RegKey copy;
+  ASSERT_EQ(original.Duplicate(copy), RegStatus::Ok);
+  original.Close();
+  original.Close();  // a second close does nothing
+  ASSERT_EQ(copy.WriteDword(u"Still", 5), RegStatus::Ok);
+  RegKey moved(std::move(copy));
+  EXPECT_FALSE(copy.IsOpen());  // NOLINT(bugprone-use-after-move): the move empties it
+  RegKey reopened;
+  ASSERT_EQ(moved.OpenSubKey(u"", zor::os::kKeyQueryValue, reopened), RegStatus::Ok);
+  EXPECT_EQ(reopened.Access(), zor::os::kKeyQueryValue);
+  uint32_t number = 0;
+  EXPECT_EQ(reopened.ReadDword(u"Still", number), RegStatus::Ok);
+  EXPECT_EQ(number, 5u);
+  EXPECT_EQ(moved.DeleteSubKeyTree(u""), RegStatus::InvalidParameter);
+}
+
 TEST_F(Registry, NotificationFiresOnceForTheChangesItsFilterNames) {
   RegKey key = Create(u"Watched");
   Event values(EventReset::Auto);
@@ -164,6 +216,22 @@ TEST_F(Registry, NotificationFiresOnceForTheChangesItsFilterNames) {
   EXPECT_FALSE(names.Wait(0));
 }
 
+TEST_F(Registry, SubtreeNotificationReachesNewKeysAndClosingSignalsAPendingOne) {
+  Create(u"Root");
+  Event subtree(EventReset::Auto);
+  Event flat(EventReset::Auto);
+  RegKey subtreeWatch = Watch(u"Root", true, zor::os::kNotifyChangeLastSet, subtree);
+  RegKey flatWatch = Watch(u"Root", false, zor::os::kNotifyChangeLastSet, flat);
+
+  RegKey deep = Create(u"Root\\New\\Deeper");
+  ASSERT_EQ(deep.WriteDword(u"Value", 1), RegStatus::Ok);
+  ASSERT_TRUE(subtree.Wait(kMustNotTimeOutMs));
+  EXPECT_FALSE(flat.Wait(0));
+  // Closing a key signals its pending notification.
+  flatWatch.Close();
+  EXPECT_TRUE(flat.Wait(kMustNotTimeOutMs));
+}
+
 TEST_F(Registry, AWriteInAnotherProcessSignalsThisOne) {
   RegKey key = Create(u"Shared");
   Event changed(EventReset::Auto);
@@ -178,4 +246,26 @@ TEST_F(Registry, AWriteInAnotherProcessSignalsThisOne) {
   ASSERT_EQ(stored.status, RegStatus::Ok);
   EXPECT_EQ(stored.type, RegType::Sz);
   EXPECT_EQ(stored.data, Utf16Bytes(u"Movie"));
+}
+
+TEST_F(Registry, SecurityDescriptorTextIsUnderstoodAndNeedsWriteDac) {
+  // The descriptor the engine puts on its settings keys.
+  constexpr char16_t kDescriptor[] =
+      u"D:(D;OICI;GA;;;BG)(D;OICI;GA;;;AN)(A;OICI;GA;;;AU)(A;OICI;GA;;;BA)(A;OICI;GA;;;LS)"
+      u"(A;OICI;GA;;;SY)";
+  RegKey key = Create(u"Secured", zor::os::kKeyAllAccess);
+  const zor::os::RegSecurityResult applied = key.SetSecurity(kDescriptor);
+  EXPECT_TRUE(applied.converted);
+  EXPECT_EQ(applied.status, RegStatus::Ok);
+  EXPECT_EQ(key.WriteDword(u"AfterSecurity", 1), RegStatus::Ok);
+
+  const zor::os::RegSecurityResult nonsense = key.SetSecurity(u"D:(this is no ACE)");
+  EXPECT_FALSE(nonsense.converted);
+  EXPECT_NE(nonsense.conversionError, 0u);
+
+  RegKey reader;
+  ASSERT_EQ(RegKey::Open(area.Path(u"Secured"), zor::os::kKeyRead, reader), RegStatus::Ok);
+  const zor::os::RegSecurityResult refused = reader.SetSecurity(kDescriptor);
+  EXPECT_TRUE(refused.converted);
+  EXPECT_EQ(refused.status, RegStatus::AccessDenied);
 }

@@ -224,6 +224,22 @@ TEST_F(RegistryStore, DamagedValueFilesFailCleanlyAndCanBeWrittenAgain) {
   EXPECT_EQ(ReadStored(key, u"BLOB").data, data);
 }
 
+TEST_F(RegistryStore, DeletingAKeySignalsItsWatchersAndRewritingSignalsToo) {
+  RegKey key = Create(u"Doomed\\Leaf");
+  ASSERT_EQ(key.WriteDword(u"Value", 1), RegStatus::Ok);
+  Event changed(EventReset::Auto);
+  RegKey watch;
+  ASSERT_EQ(key.Duplicate(watch), RegStatus::Ok);
+  ASSERT_EQ(watch.NotifyChange(false, zor::os::kNotifyChangeLastSet, changed), RegStatus::Ok);
+  ASSERT_EQ(key.WriteDword(u"Value", 1), RegStatus::Ok);  // the same data is still a write
+  ASSERT_TRUE(changed.Wait(kMustNotTimeOutMs));
+
+  ASSERT_EQ(watch.NotifyChange(true, zor::os::kNotifyChangeLastSet, changed), RegStatus::Ok);
+  ASSERT_EQ(Create({}).DeleteSubKeyTree(u"Doomed"), RegStatus::Ok);
+  EXPECT_TRUE(changed.Wait(kMustNotTimeOutMs));
+  EXPECT_EQ(watch.NotifyChange(false, zor::os::kNotifyChangeLastSet, changed), RegStatus::KeyDeleted);
+}
+
 // A writer closes its file after the rename that put the value in place;
 // the kernel reports that close under the value's name. A watcher that armed
 // again after the rename's signal must not take the close for a new change.

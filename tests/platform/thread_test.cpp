@@ -65,6 +65,44 @@ TEST(Thread, RunsJoinsAndRestarts) {
   EXPECT_TRUE(thread.Join(0));  // nothing left to wait for
 }
 
+TEST(Thread, TerminateKillsWhereThePlatformCanAndElseKeepsTheThread) {
+  Probe probe;
+  Thread thread;
+  ASSERT_TRUE(thread.Start(&WaitForRelease, &probe));
+  if (thread.Terminate(0xFFFFFFFFu)) {
+    EXPECT_FALSE(thread.Holds());
+    EXPECT_EQ(thread.Id(), 0u);
+    EXPECT_EQ(thread.ExitCode(), 0xFFFFFFFFu);
+    return;
+  }
+  // POSIX: still held and running, to be joined once it ends.
+  EXPECT_TRUE(thread.Holds());
+  EXPECT_TRUE(thread.Running());
+  probe.release.Set();
+  ASSERT_TRUE(thread.Join(kMustNotTimeOutMs));
+  EXPECT_TRUE(thread.Terminate(0xFFFFFFFFu)) << "nothing left to kill";
+}
+
+TEST(CriticalSection, IsRecursiveAndExcludesOtherThreads) {
+  zor::os::CriticalSection section;
+  section.Lock();
+  EXPECT_TRUE(section.TryLock());
+  const auto tryFromOtherThread = [&section] {
+    bool taken = false;
+    std::thread other([&] {
+      taken = section.TryLock();
+      if (taken) section.Unlock();
+    });
+    other.join();
+    return taken;
+  };
+  EXPECT_FALSE(tryFromOtherThread());
+  section.Unlock();
+  EXPECT_FALSE(tryFromOtherThread());  // still held once
+  section.Unlock();
+  EXPECT_TRUE(tryFromOtherThread());
+}
+
 // Raised where the system lets this process (Windows, a privileged Linux
 // host), always put back, and never passed on to a thread started meanwhile
 // (a worker above the host's audio thread would starve it).
