@@ -119,6 +119,31 @@ TEST(ZORSampleRateConvert, NeverWritesPastTheRoomGiven) {
   EXPECT_TRUE(std::all_of(output.begin() + 20, output.end(), [](float s) { return s == kGuard; }));
 }
 
+TEST(ZORResampleHandler, ConvertsBlocksToTheOutputsRateAndRefusesUnsetRates) {
+  ZORResampleHandler handler;
+  EXPECT_FALSE(handler.Init(44100, 48000, 0));
+  ASSERT_TRUE(handler.Init(44100, 48000, 2));
+  ZORAudioDataFloat output;
+  output.SetSampleRate(48000);
+  for (int block = 0; block < 3; ++block) {
+    ZORAudioDataFloat input = Wrap(Sine(441, 2, 1000.0, 44100.0, size_t{441} * block), 2, 44100);
+    ASSERT_TRUE(handler.Convert(input, output));
+    EXPECT_EQ(output.GetFrames(), 480u) << "block " << block;
+  }
+  // A new channel count is picked up from the block itself.
+  ZORAudioDataFloat mono = Wrap(Sine(441, 1, 1000.0, 44100.0), 1, 44100);
+  ASSERT_TRUE(handler.Convert(mono, output));
+  EXPECT_EQ(output.GetChannels(), 1u);
+
+  const std::vector<float> samples = Sine(100, 2, 1000.0, 44100.0);
+  ZORAudioDataFloat unset;
+  unset.AssignMemory(samples.data(), 100, 2, true, IZORAudioData<float>::kRateNotSet);
+  ZORAudioDataFloat input = Wrap(samples, 2, 44100);
+  EXPECT_FALSE(handler.Convert(input, unset));
+  EXPECT_EQ(unset.GetFrames(), 100u) << "the output stays as it was";
+  EXPECT_FALSE(handler.Convert(unset, output));
+}
+
 TEST(ResamplerFormatBlock, PinsTheThreeLayoutsByteForByte) {
   const std::vector<uint8_t> stereo{
       0x03, 0x00,              // IEEE float
