@@ -107,6 +107,49 @@ TEST(ZORAudioDataFloat, RolesAreCappedAndAddChannelsAppendsOne) {
   EXPECT_EQ(silent.GetChannelRole(1), 1u);
 }
 
+TEST(ZORAudioDataFloat, CopyAssignmentKeepsTargetRolesAndAssignCopiesThem) {
+  ZORAudioDataFloat source;
+  source.Allocate(4, 2, 44100);
+  source.SetUserTag(9);
+  source.SetChannelRole(0, 7);
+  Fill(source, true);
+  const ZORAudioDataFloat copy(source);
+  EXPECT_EQ(copy.GetUserTag(), 9u);
+  EXPECT_EQ(copy.GetChannelRole(0), 12u) << "a new copy has no roles";
+
+  ZORAudioDataFloat target;
+  target.Allocate(1, 2, 8000);
+  target.SetChannelRole(0, 3);
+  IZORAudioData<float>& asInterface = source;
+  target = asInterface;
+  EXPECT_EQ(target.GetChannelRole(0), 3u);
+  EXPECT_FALSE(target.HoldsPlanar()) << "the stores as they stood";
+  ExpectSamples(target, true, 2);
+
+  // An interleaved source is copied through its planar layout.
+  ZORAudioDataFloat assigned;
+  assigned.Assign(source);
+  EXPECT_EQ(assigned.GetChannelRole(0), 7u);
+  EXPECT_FALSE(assigned.HoldsInterleaved());
+  ExpectSamples(assigned, true, 2);
+  assigned.Assign(assigned);
+  ExpectSamples(assigned, false, 2);
+}
+
+TEST(ZORAudioDataFloat, SetFramesStaysInsideTheStore) {
+  ZORAudioDataFloat block;
+  block.Allocate(4, 2, 48000);
+  Fill(block, true);
+  block.SetFrames(2);
+  EXPECT_EQ(block.GetSampleCount(), 4u);
+  ExpectSamples(block, true, 2);
+  // Raising the count past the store pads with silence rather than letting
+  // a reader run off its end.
+  block.SetFrames(6);
+  const float* planar = block.GetData(false, false);
+  for (uint32_t f = 0; f < 6; ++f) EXPECT_EQ(planar[6 + f], f < 4 ? SampleAt(f, 1) : 0.0f);
+}
+
 TEST(ZORAudioDataFloat, BlockOfASizeSeenBeforeDoesNotAllocate) {
   ZORAudioDataFloat block;
   block.Allocate(480, 2, 48000);

@@ -64,3 +64,27 @@ TEST(ZORAudioProcessChain, RunsStagesInOrderUnlessBypassed) {
   EXPECT_EQ(data.GetData(false, true)[0], 6.0f);
   EXPECT_EQ(chain.GetLatency(), 608u);  // a bypassed chain still reports its stages
 }
+
+TEST(ZORAudioProcessChain, InitReachesEveryStageAndRemoveTakesTheFirstMatch) {
+  std::vector<int> log;
+  LoggingStage good(1, log), bad(2, log, false), absent(9, log);
+  ZORAudioProcessChain<float> chain;
+  chain.AddProcess(&bad);
+  chain.AddProcess(&good);
+  chain.AddProcess(&bad);
+  EXPECT_FALSE(chain.Init(2, 48000));
+  EXPECT_EQ(log, (std::vector<int>{-2, -1, -2}));
+
+  chain.RemoveProcess(&absent);
+  EXPECT_EQ(chain.GetProcessCount(), 3u);
+  chain.RemoveProcess(&bad);
+  log.clear();
+  ZORAudioDataFloat data;
+  data.Allocate(1, 1, 48000);
+  chain.Process(&data);
+  EXPECT_EQ(log, (std::vector<int>{1, 2}));
+
+  chain.ClearProcesses();
+  EXPECT_EQ(chain.GetProcessCount(), 0u);
+  EXPECT_TRUE(chain.Init(2, 48000));
+}

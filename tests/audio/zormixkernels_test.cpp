@@ -118,3 +118,17 @@ TEST(ZORMixKernels, MatchTheScalarFormulasBitForBit) {
     }
   }
 }
+
+TEST(ZORMixKernels, TableHoldsExactlyTheSixPairs) {
+  for (uint32_t in = 0; in <= 16; ++in) {
+    for (uint32_t out = 0; out <= 16; ++out) {
+      ZORMixKernel expected = nullptr;
+      for (const KernelCase& kernelCase : kCases) {
+        if (kernelCase.inputChannels == in && kernelCase.outputChannels == out) {
+          expected = kernelCase.kernel;
+        }
+      }
+      EXPECT_EQ(ZORFindMixKernel(in, out), expected) << in << " to " << out;
+    }
+  }
+}
