@@ -83,6 +83,7 @@ TEST(ZORAPOModeId, DefinedEqualNamedAndReadFromLists) {
   EXPECT_TRUE(id.IsDefined());
   EXPECT_EQ(id, ZORAPOModeId("APO4-Music", "APO4-Internal Stereo"));
   EXPECT_NE(id, ZORAPOModeId("APO4-music", "APO4-Internal Stereo"));
+  EXPECT_NE(id, ZORAPOModeId("APO4-Music", "APO4-Headphones"));  // both halves count
   EXPECT_EQ(id.ToRegistryName(), u"ApoOpMode:APO4-Music/APO4-Internal Stereo");
 
   ZORUTSValueList list;

@@ -95,25 +95,16 @@ TEST(ZORThreadBasic, EveryKindOfWorkerEndsWithItsResult) {
       EXPECT_TRUE(log.Contains(row.logged));
     }
     if (&row != &rows[0]) continue;
-    // Start again resets the stop event; Stop forgets the worker.
+    // Start again resets the stop event; a second Start is refused while the
+    // worker is held; Stop forgets the worker.
     ASSERT_TRUE(thread.Start(&worker));
+    EXPECT_FALSE(thread.Start(&worker));
     ASSERT_TRUE(worker.started.Wait(kMustNotTimeOutMs));
     thread.Stop(0);
     EXPECT_EQ(worker.runs.load(), 2);
     EXPECT_FALSE(thread.Start(nullptr));
+    EXPECT_EQ(log.Count("ZORThreadBasic::Start | no worker to run\n"), 1u);
   }
-}
-
-TEST(ZORThreadBasic, StartRefusesASecondWorkerAndNone) {
-  ZORLogCapture log;
-  ZORThreadBasic thread;
-  Worker worker([](ZORThreadBasic&, Event& stop) { return stop.Wait(kMustNotTimeOutMs); });
-  EXPECT_FALSE(thread.Start(nullptr));  // never had one
-  ASSERT_TRUE(thread.Start(&worker));
-  EXPECT_FALSE(thread.Start(&worker));  // still held: Stop first
-  EXPECT_TRUE(log.Contains("ZORThreadBasic::Start | thread "));
-  EXPECT_EQ(log.Count("ZORThreadBasic::Start | no worker to run\n"), 1u);
-  thread.Stop(0);  // before the worker goes
 }
 
 // A worker that ignores the stop event for longer than the wait, then uses

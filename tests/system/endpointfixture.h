@@ -14,6 +14,9 @@
 #include <utility>
 #include <vector>
 
+#if defined(VELAPO_ENDPOINT_HELPER)
+#include "childprocess.h"
+#endif
 #include "platform/com.h"
 #include "platform/registry.h"
 #include "registrytestarea.h"
@@ -138,6 +141,18 @@ class EndpointStore : public ::testing::Test {
     Write(key, name, zor::os::RegType::Dword,
           {uint8_t(number), uint8_t(number >> 8), uint8_t(number >> 16), uint8_t(number >> 24)});
   }
+
+#if defined(VELAPO_ENDPOINT_HELPER)
+  // The endpoint helper's exit code for `arguments`, run as another process on this store.
+  int RunHelper(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), m_area.Root());
+    ChildProcess child;
+    if (!child.Start(HelperBesideTest(VELAPO_ENDPOINT_HELPER), arguments)) return -1;
+    return child.Wait(20000);
+  }
+  void Helper(std::vector<std::string> arguments) { ASSERT_EQ(RunHelper(std::move(arguments)), 0); }
+#endif
+  static std::string Narrow(const std::u16string& text) { return std::string(text.begin(), text.end()); }
 
   RegistryTestArea m_area;  // Linux: the private store root
 

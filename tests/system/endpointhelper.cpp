@@ -6,6 +6,8 @@
 //   endpointhelper <root> property <guid> <name>   writes a text property
 //   endpointhelper <root> setting <guid> <x>       writes to its settings key
 //   endpointhelper <root> peek <guid> <x>          opens Software\VEL\APO
+//   endpointhelper <root> capture <guid> add|remove|<n>
+//       creates the capture endpoint (active), deletes it, or writes its DeviceState
 // Any of them may follow "as <uid> <gid>" after <root> to run as that user
 // in that one group (the process must start as root).
 // Exit code 0 on success, 2 for bad arguments, 3 when the change failed.
@@ -33,7 +35,7 @@ int main(int argc, char** argv) {
     argc -= 3;
   }
   if (argc != 5 && !(argc == 4 && std::string(argv[2]) == "default")) {
-    std::fprintf(stderr, "usage: endpointhelper <root> state|default|sysfx|property <guid> [arg]\n");
+    std::fprintf(stderr, "usage: endpointhelper <root> state|default|sysfx|property|capture <guid> [arg]\n");
     return 2;
   }
   velapo::test::UseRegistryRoot(argv[1]);
@@ -46,6 +48,21 @@ int main(int argc, char** argv) {
   if (command == "setting") {
     return zor::os::RegKey::Open(settings, zor::os::kKeySetValue, opened) == zor::os::RegStatus::Ok &&
                    opened.WriteDword(u"VelApoPanel", 1) == zor::os::RegStatus::Ok
+               ? 0
+               : 3;
+  }
+  if (command == "capture") {
+    const std::u16string flow = std::u16string(ZORAPOEndpointInfo::kMMDevicesAudioPath) + u"Capture";
+    const std::string change = argv[4];
+    if (change == "remove") {
+      return zor::os::RegKey::Open(flow, zor::os::kKeyAllAccess, opened) == zor::os::RegStatus::Ok &&
+                     opened.DeleteSubKeyTree(guid) == zor::os::RegStatus::Ok
+                 ? 0
+                 : 3;
+    }
+    const uint32_t state = change == "add" ? 1u : static_cast<uint32_t>(std::atoi(argv[4]));
+    return zor::os::RegKey::Create(flow + u"\\" + guid, zor::os::kKeyAllAccess, opened) == zor::os::RegStatus::Ok &&
+                   opened.WriteDword(u"DeviceState", state) == zor::os::RegStatus::Ok
                ? 0
                : 3;
   }

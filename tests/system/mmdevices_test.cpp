@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "childprocess.h"
 #include "endpointfixture.h"
 #include "endpointrecorder.h"
 #include "system/zorapoendpointtools.h"
@@ -24,14 +23,6 @@ class StoreEndpoints : public EndpointStore {
     WriteDword(key + u"\\FxProperties", zor::com::PropertyKeyText(PKEY_AudioEndpoint_Disable_SysFx), 0);
     return guid;
   }
-  int Run(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), m_area.Root());
-    velapo::test::ChildProcess child;
-    if (!child.Start(velapo::test::HelperBesideTest(VELAPO_ENDPOINT_HELPER), arguments)) return -1;
-    return child.Wait(20000);
-  }
-  void Helper(std::vector<std::string> arguments) { ASSERT_EQ(Run(std::move(arguments)), 0); }
-  static std::string Narrow(const std::u16string& text) { return std::string(text.begin(), text.end()); }
 };
 
 TEST_F(StoreEndpoints, OnlyActiveRenderEndpointsAreListedAndTheDefaultIsSetThroughThePolicyClient) {
@@ -85,7 +76,6 @@ TEST_F(StoreEndpoints, ChangesByAnotherProcessReachTheObserversAsCodes) {
   Helper({"property", guid, Narrow(zor::com::PropertyKeyText(PKEY_Device_DeviceDesc))});
   Helper({"default", Narrow(other)});
   EXPECT_EQ(recorder.WaitFor(4, true), (std::vector<int32_t>{1, 2, 3, 0}));
-
 }
 
 // The engine's account makes and secures the settings key; a control panel
@@ -97,10 +87,10 @@ TEST_F(StoreEndpoints, TheSettingsKeyIsSharedByTheStoresGroupAndClosedToOthers) 
   ASSERT_EQ(::chown(m_area.Root().c_str(), 0, 54321), 0);
   ASSERT_EQ(::chmod(m_area.Root().c_str(), 02775), 0);
   const std::string guid = Narrow(Add(DEVICE_STATE_ACTIVE));
-  EXPECT_EQ(Run({"as", "54001", group, "state", guid, "1"}), 0);  // the engine's account refreshes
-  EXPECT_EQ(Run({"as", "54002", group, "setting", guid, "-"}), 0);
-  EXPECT_EQ(Run({"as", "54003", "54999", "peek", guid, "-"}), 0);
-  EXPECT_EQ(Run({"as", "54003", "54999", "setting", guid, "-"}), 3);
+  EXPECT_EQ(RunHelper({"as", "54001", group, "state", guid, "1"}), 0);  // the engine's account refreshes
+  EXPECT_EQ(RunHelper({"as", "54002", group, "setting", guid, "-"}), 0);
+  EXPECT_EQ(RunHelper({"as", "54003", "54999", "peek", guid, "-"}), 0);
+  EXPECT_EQ(RunHelper({"as", "54003", "54999", "setting", guid, "-"}), 3);
 }
 
 }  // namespace

@@ -10,7 +10,6 @@
 #include <thread>
 #include <vector>
 
-#include "childprocess.h"
 #include "endpointfixture.h"
 #include "monitor/zorvistaaudiodevicemonitor.h"
 
@@ -151,17 +150,7 @@ TEST_F(DeviceMonitorStore, TheDevicesPresentAreReportedBeforeTheCallbackIsSet) {
   }
   for (const auto& [id, code] : recorder.heard) EXPECT_EQ(id.find(render), std::u16string::npos);
 }
-class DeviceMonitorAcrossProcesses : public DeviceMonitorStore {
- protected:
-  void Helper(const std::vector<std::string>& arguments) {
-    std::vector<std::string> all{m_area.Root()};
-    all.insert(all.end(), arguments.begin(), arguments.end());
-    velapo::test::ChildProcess child;
-    ASSERT_TRUE(child.Start(velapo::test::HelperBesideTest(VELAPO_CAPTURE_HELPER), all));
-    ASSERT_EQ(child.Wait(20000), 0);
-  }
-  static std::string Narrow(const std::u16string& text) { return std::string(text.begin(), text.end()); }
-};
+using DeviceMonitorAcrossProcesses = DeviceMonitorStore;
 
 TEST_F(DeviceMonitorAcrossProcesses, AddDisableUnplugAndRemoveArriveInOrder) {
   Recorder recorder;
@@ -183,13 +172,13 @@ TEST_F(DeviceMonitorAcrossProcesses, AddDisableUnplugAndRemoveArriveInOrder) {
     }
     return codes(count);
   };
-  Helper({"add", text});
+  Helper({"capture", text, "add"});
   EXPECT_EQ(waitFor(1), (std::vector<uint32_t>{Monitor::kAdded}));
-  Helper({"state", text, "2"});
+  Helper({"capture", text, "2"});
   EXPECT_EQ(waitFor(2).back(), Monitor::kDisabled);
-  Helper({"state", text, "8"});
+  Helper({"capture", text, "8"});
   EXPECT_EQ(waitFor(3).back(), Monitor::kUnplugged);
-  Helper({"remove", text});
+  Helper({"capture", text, "remove"});
   EXPECT_EQ(waitFor(4),
             (std::vector<uint32_t>{Monitor::kAdded, Monitor::kDisabled, Monitor::kUnplugged, Monitor::kRemoved}));
 }
