@@ -15,7 +15,6 @@ packages=(
   mingw-w64-tools                                        # widl: the module's type library
   wine wine64                                            # running it
   gcovr                                                  # scripts/coverage.sh
-  libcli11-dev nlohmann-json3-dev                        # the tools' command lines and reports
   libsndfile1-dev libfftw3-dev gnuplot-nox               # velapo-host: audio files, spectra, pictures
   jackd2 libjack-jackd2-dev                              # velapo-host live and its test on a dummy server
 )
