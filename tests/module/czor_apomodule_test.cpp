@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "apo/zoraporegproperties.h"
+#include "engine/zortestendpoint.h"
 #include "module/zoraporegistrykeys.h"
 #include "module/zorapomodulescripts.h"
 #include "moduletesting.h"
@@ -19,19 +20,9 @@ namespace {
 std::atomic<uint32_t> g_live{0};
 CLSID g_lastClsid{};
 
-struct FakeObject final : IUnknown {
-  FakeObject() { ++g_live; }
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-    *ppv = IsEqualIID(riid, IID_IUnknown) ? (AddRef(), this) : nullptr;
-    return *ppv != nullptr ? S_OK : E_NOINTERFACE;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return ++refs; }
-  ULONG STDMETHODCALLTYPE Release() override {
-    const ULONG left = --refs;
-    if (left == 0) --g_live, delete this;
-    return left;
-  }
-  std::atomic<ULONG> refs{1};
+struct FakeObject final : ZORTestComObject<IUnknown> {
+  FakeObject() : ZORTestComObject(IID_IUnknown) { ++g_live; }
+  ~FakeObject() override { --g_live; }
 };
 
 HRESULT CreateFake(REFCLSID clsid, REFIID riid, void** ppv) {

@@ -1,14 +1,11 @@
-// The registration-script reader: a grammar table read into trees, a table
-// of bad text refused with a message, and every cut of the module's own
-// scripts refused.
+// The registration-script reader: a grammar table read into trees and a
+// table of bad text refused with a message (the fuzzer takes the rest).
 #include "module/zorregistrarscript.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-#include "module/czor_apomodule.h"
-#include "module/zorapomodulescripts.h"
 #include "platform/text.h"
 
 namespace {
@@ -99,25 +96,6 @@ TEST(ZORRegistrarScriptTest, RefusesBadTextWithAMessageAndNoTree) {
   EXPECT_NE(script.Error().find("UTF-8"), std::string::npos);
   ASSERT_TRUE(script.ParseUtf8("HKCR { K = s '\xC3\xA9' }", kReplacements));
   EXPECT_EQ(script.Roots()[0].keys[0].defaultValue.text, u"\u00E9");
-}
-
-// Each module script is one root block: it reads whole, and every cut short
-// of its end is refused cleanly.
-TEST(ZORRegistrarScriptTest, ModuleScriptsReadWholeAndRefuseEveryTruncation) {
-  std::vector<uint16_t> ids(CZOR_APOModule::kClassScripts.begin(), CZOR_APOModule::kClassScripts.end());
-  ids.push_back(CZOR_APOModule::kAppIdScript);
-  for (const uint16_t id : ids) {
-    std::string bytes;
-    ASSERT_TRUE(ZORAPOModuleScriptText(id, bytes)) << id;
-    ZORRegistrarScript script;
-    ASSERT_TRUE(script.ParseUtf8(bytes, kReplacements)) << id << ": " << script.Error();
-    ASSERT_EQ(script.Roots().size(), 1u);
-    for (size_t cut = 1; cut < bytes.find_last_not_of(" \t\r\n") + 1; ++cut) {
-      EXPECT_FALSE(script.ParseUtf8(bytes.substr(0, cut), kReplacements)) << id << " cut at " << cut;
-    }
-  }
-  std::string none;
-  EXPECT_FALSE(ZORAPOModuleScriptText(105, none));
 }
 
 }  // namespace
