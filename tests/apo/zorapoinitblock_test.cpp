@@ -24,6 +24,7 @@ struct InitCase {
   const char16_t* device;  // id of the device taken, null for none
   uint32_t contentIndex;
   const char16_t* endpointGuid;
+  HRESULT guidRead = S_OK;  // E_FAIL: the store fails reads; S_FALSE: the GUID is a number
 };
 
 TEST(InitBlockTest, BothBlocksAndTheirBadForms) {
@@ -36,11 +37,18 @@ TEST(InitBlockTest, BothBlocksAndTheirBadForms) {
       {"too short", 55, false, false, 0, kMovie, 0, E_INVALIDARG, nullptr, 0, u""},
       {"no FX properties", 88, true, false, 0, kMovie, 0, E_INVALIDARG, nullptr, 0, u""},
       {"no collection", 56, false, true, 0, kMovie, 0, E_INVALIDARG, nullptr, 0, u""},
+      {"endpoint GUID a number", 88, false, false, 0, kRaw, 1, S_OK, u"first", 5, u"", S_FALSE},
+      {"endpoint GUID unreadable", 88, false, false, 0, kRaw, 1, S_OK, u"first", 5, u"", E_FAIL},
   };
   for (const InitCase& c : cases) {
     SCOPED_TRACE(c.name);
     auto* fx = new ZORTestPropertyStore;
-    fx->SetText(PKEY_AudioEndpoint_GUID, u"{guid}");
+    if (c.guidRead == S_FALSE) {
+      fx->SetNumber(PKEY_AudioEndpoint_GUID, 7);
+    } else {
+      fx->SetText(PKEY_AudioEndpoint_GUID, u"{guid}");
+    }
+    fx->failReads = c.guidRead == E_FAIL ? E_FAIL : S_OK;
     auto* collection = new ZORTestDeviceCollection({u"first", u"second"});
     APOInitSystemEffects2 init{};
     init.APOInit.cbSize = c.cb;
@@ -66,28 +74,12 @@ TEST(InitBlockTest, BothBlocksAndTheirBadForms) {
     EXPECT_EQ(block.contentIndex, c.contentIndex);
     EXPECT_EQ(block.endpointGuid, c.endpointGuid);
     EXPECT_EQ(block.connectorIndex, c.expected == S_OK && c.cb >= 88 ? 3 : -1);
+    EXPECT_EQ(block.discoveryOnly, c.expected == S_OK && c.cb >= 88 && c.discovery);
     block = ZORAPOInitBlock{};
     EXPECT_EQ(fx->Release(), 0u);  // every reference taken was given back
     EXPECT_EQ(collection->Release(), 0u);
   }
   EXPECT_EQ(ZORAPOInitBlock::Read(88, nullptr, *std::make_unique<ZORAPOInitBlock>()), E_INVALIDARG);
-}
-
-TEST(InitBlockTest, AnEndpointGuidOfTheWrongKindOrUnreadableIsEmpty) {
-  for (const bool failing : {false, true}) {
-    auto* fx = new ZORTestPropertyStore;
-    fx->SetNumber(PKEY_AudioEndpoint_GUID, 7);
-    fx->failReads = failing ? E_FAIL : S_OK;
-    auto* collection = new ZORTestDeviceCollection({u"only"});
-    APOInitSystemEffects2 init{{88, {}}, nullptr, fx, nullptr, collection, 0, 0, kRaw, 1};
-    ZORAPOInitBlock block;
-    EXPECT_EQ(ZORAPOInitBlock::Read(88, reinterpret_cast<BYTE*>(&init), block), S_OK);
-    EXPECT_TRUE(block.endpointGuid.empty());
-    EXPECT_TRUE(block.discoveryOnly);
-    block = ZORAPOInitBlock{};
-    fx->Release();
-    collection->Release();
-  }
 }
 
 }  // namespace

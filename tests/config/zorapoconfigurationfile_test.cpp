@@ -7,10 +7,8 @@
 #include <thread>
 
 #include "configfiles.h"
-#include "platform/registry.h"
-#include "registrytestarea.h"
 #include "support/zorlogcapture.h"
-#include "values/zorpropertysetregistry.h"
+#include "values/zorpropertyset.h"
 
 namespace {
 
@@ -62,63 +60,20 @@ class ConfigurationFileTest : public ::testing::Test {
 
 // All text of the file is UTF-8 on every platform, the product name as much
 // as mode and control names and values: beyond ASCII, they reach the
-// registry as written, never read in the Windows ANSI code page.
-TEST_F(ConfigurationFileTest, TextBeyondAsciiReachesTheRegistryAsWritten) {
+// registry's wide names as written, never read in the Windows ANSI code page.
+TEST_F(ConfigurationFileTest, TextBeyondAsciiIsReadAsUtf8) {
   ASSERT_EQ(LoadXml(Root("<properties>" + Control("Product Name", "Klang\xC3\xA9") + "</properties>" +
                          Mode("APO4-M\xC3\xBAsica", "APO4-Internal Stereo",
                               Control("SFX:\xC3\x89galiseur Enable", "Activ\xC3\xA9",
                                       " public=\"true\"")))),
             S::kStatusOk);
   EXPECT_EQ(config.GetProductName(), u"Klang\u00E9");
+  EXPECT_EQ(First().GetModeId().ToRegistryName(), u"ApoOpMode:APO4-M\u00FAsica/APO4-Internal Stereo");
   ZORPropertySet set;
   First().GetPublicControls().WriteToSet(set);
-  set.SetPropertyLong(First().GetModeId().ToRegistryName(), 1);
-
-  velapo::test::RegistryTestArea area;
-  zor::os::RegKey key;
-  ASSERT_EQ(zor::os::RegKey::Create(area.Path(u"Settings"), zor::os::kKeyAllAccess, key),
-            zor::os::RegStatus::Ok);
-  ZORPropertySetRegistry registry;
-  ASSERT_TRUE(registry.SetKey(&key));
-  registry.SetPropertySet(&set);
-  ASSERT_TRUE(registry.SaveValues());
-  uint32_t mode = 0;
-  EXPECT_EQ(key.ReadDword(u"ApoOpMode:APO4-M\u00FAsica/APO4-Internal Stereo", mode), zor::os::RegStatus::Ok);
-  EXPECT_EQ(mode, 1u);
-  zor::os::RegType type = zor::os::RegType::None;
-  std::vector<uint8_t> text;
-  ASSERT_EQ(key.ReadValue(u"SFX:\u00C9galiseur Enable", type, text), zor::os::RegStatus::Ok);
-  std::u16string read;
-  for (size_t i = 0; i + 1 < text.size(); i += 2) read += static_cast<char16_t>(text[i] | text[i + 1] << 8);
-  EXPECT_EQ(read, std::u16string(u"Activ\u00E9\0", 7));
-}
-
-TEST_F(ConfigurationFileTest, WorkedExample) {
-  ZORLogCapture log;
-  ASSERT_EQ(
-      config.LoadText(Root("<properties>" + Control("Product Name", "Grand Tone") +
-                   Control("APO4-Operating Mode", "APO4-Music") +
-                   Control("APO4-Speaker Type", "APO4-Internal Stereo") + "</properties>" +
-                   Music(Control("SFX:TK Enable", "1", " public=\"true\"") +
-                         "<chain_v2 position=\"SFX\" input=\"Any\" output=\"Stereo;5.1 Surround\">"
-                         "<process tech_id=\"tk\" instance_id=\"SFX\" hook=\"h\"/>" +
-                         Control("SFX:TK Enable", "0") + "</chain_v2>")),
-                      0, 1),
-      S::kStatusOk);
-  EXPECT_TRUE(log.Contains("pXML->load 1\n"));
-  EXPECT_TRUE(log.Contains("pXML->get_documentElement 0x"));
-  EXPECT_EQ(config.GetProductName(), u"Grand Tone");
-  EXPECT_EQ(config.GetDefaultMode(), kMusicId);
-  EXPECT_EQ(First().GetPublicControls().Size(), 1u);
-  EXPECT_TRUE(First().GetTunedControls().IsEmpty());  // the identity is taken out
-  const ZORAPOChainDesc& chain = First().GetChainDefinition().chains.at(0);
-  EXPECT_EQ(chain.inputLayouts, kZORLayoutAny);
-  EXPECT_EQ(chain.outputLayouts, 6u);
-  EXPECT_TRUE(chain.isRender);
-  ASSERT_EQ(chain.processes.size(), 1u);
-  EXPECT_EQ(chain.processes[0].instanceId, "SFX");
-  EXPECT_EQ(chain.processes[0].hook, "h");
-  EXPECT_EQ(Text(chain.controls, "SFX:TK Enable"), "0");
+  std::u16string text;
+  ASSERT_TRUE(set.GetPropertyWString(u"SFX:\u00C9galiseur Enable", text));
+  EXPECT_EQ(text, u"Activ\u00E9");
 }
 
 TEST_F(ConfigurationFileTest, UnreadableFilesAnswerSix) {
@@ -281,7 +236,7 @@ TEST_F(ConfigurationFileTest, ChainAttributesAndChildren) {
   const std::string chains =
       "<chain_v2 position=\"SFX\" input=\"Stereo,Mono\" output=\"Internal Stereo\" "
       "type=\"capture\">"
-      "<process tech_id=\"a\" instance_id=\"I\"/><process instance_id=\"no-tech\"/><process "
+      "<process tech_id=\"a\" instance_id=\"I\" hook=\"h\"/><process instance_id=\"no-tech\"/><process "
       "tech_id=\"\"/>"
       "<widget tech_id=\"w\"/><process tech_id=\"b\"/>" +
       Control("I:Gain", "-3") + Control("", "dropped") +
@@ -298,6 +253,7 @@ TEST_F(ConfigurationFileTest, ChainAttributesAndChildren) {
   EXPECT_FALSE(first.isRender);
   ASSERT_EQ(first.processes.size(), 2u);
   EXPECT_EQ(first.processes[1].techId, "b");
+  EXPECT_EQ(first.processes[0].hook, "h");
   EXPECT_EQ(first.controls.Size(), 1u);
   // Tokens of no layout give 0, which nothing matches; an empty list is any
   // layout; only "capture" exactly makes a capture chain.

@@ -4,7 +4,6 @@
 
 #include <set>
 
-#include "audio/zorapoprocesswrapper.h"
 #include "techtesting.h"
 
 using techtest::Veltech;
@@ -68,17 +67,4 @@ TEST(VeltechControls, ValuesAreLimitedParsedOrRefused) {
   EXPECT_FALSE(peq.Table().GetControlLong(peq.Get(), "PEQ-Nothing", &value));
   EXPECT_FALSE(peq.Table().GetControlLong(peq.Get(), "PEQ-Preamp", nullptr));
   EXPECT_EQ(peq.Value("PEQ-Band3 Frequency"), 24000);
-
-  // The forms a configuration writes, through the wrapper: hundredths, value names, switches.
-  ZORAPOProcessLibrary::SetModulePath(nullptr);
-  ZORAPOProcessWrapper wrapper;
-  ASSERT_TRUE(wrapper.Load("peq", "EQ", "", 0));
-  EXPECT_TRUE(wrapper.SetControl(ZORUTSValue("EQ:PEQ-Band1 Type", std::string("Low Pass"))));
-  EXPECT_TRUE(wrapper.SetControl(ZORUTSValue("PEQ-Band1 Enable", std::string("Enabled"))));
-  ZORUTSValue type("PEQ-Band1 Type", 0);
-  ASSERT_TRUE(wrapper.GetControl(type));
-  EXPECT_EQ(type.GetLong(), 3);
-  std::vector<ZORUTSControlInfo> controls;
-  EXPECT_EQ(wrapper.EnumControls(controls), 51u);
-  EXPECT_EQ(controls[0].GetScale(), 100.0f);  // PEQ-Preamp, in hundredths
 }

@@ -87,7 +87,6 @@ TEST(VELFixedText, DigitStrings) {
 TEST(VELFixedText, ExtremesAndFailures) {
   const double largest = std::numeric_limits<double>::max();
   EXPECT_EQ(Text(largest, 17), ExpectedText(largest, 17));
-  EXPECT_EQ(Text(largest, 17).size(), 309u + 2u);  // all integer digits, then ".0"
   EXPECT_EQ(Text(-0.0, 17), "-0.0");
 
   std::string text = "kept";
@@ -101,11 +100,9 @@ TEST(VELFixedText, ExtremesAndFailures) {
 
 TEST(VELFixedText, RandomValuesMatchAnIndependentExpansion) {
   std::mt19937_64 random(20240611);
-  int checked = 0;
   auto check = [&](double value, int digits) {
     ASSERT_EQ(Text(value, digits), ExpectedText(value, digits)) << "bits " << std::hex
         << std::bit_cast<uint64_t>(value) << " digits " << std::dec << digits;
-    ++checked;
   };
   for (int i = 0; i < 1500; ++i) {
     // Any finite double, every exponent alike.
@@ -136,8 +133,6 @@ TEST(VELFixedText, RandomValuesMatchAnIndependentExpansion) {
                                       {6e-9, 8}, {std::numeric_limits<double>::denorm_min(), 17}}) {
     check(value, digits);
   }
-  EXPECT_EQ(checked, 9007);
-  EXPECT_EQ(Text(0.05, 17), "0.5");
 }
 
 }  // namespace
