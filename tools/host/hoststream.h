@@ -34,8 +34,11 @@ struct StreamMeasures {
 
 class HostStream {
  public:
-  // Longest time a control action may hold the stream before it goes on.
-  static constexpr uint32_t kHoldLimitMs = 250;
+  // Longest time a control action may hold the stream before it goes on. A
+  // write is in the store within milliseconds on a quiet machine, but a busy
+  // one took over 250 ms; the limit only keeps a store that never answers
+  // from stopping the run, so that actions land where the script puts them.
+  static constexpr uint32_t kHoldLimitMs = 5000;
   // Longest the stream plays at its rate after a control action.
   static constexpr uint32_t kSettleMs = 1000;
 

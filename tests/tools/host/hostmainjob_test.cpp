@@ -52,7 +52,7 @@ class MainJob : public HostFiles, public ::testing::WithParamInterface<const cha
   static void SetUpTestSuite() {
     HostFiles::SetUpTestSuite();
     std::ofstream(dir / "script.txt") << "# the README's job, shortened\n"
-                                         "0.5 public MFX-Volume:Gain-Level = -600\n"
+                                         "0.3 public MFX-Volume:Gain-Level = -600\n"
                                          "1.0 mode Movie\n"
                                          "1.5 global APO4-Process Enable = 0\n"
                                          "2.5 global APO4-Process Enable = 1\n";
