@@ -17,8 +17,10 @@ namespace {
 
 constexpr double kFloorDb = -90.0;
 constexpr int kBarWidth = 40;
-// A device that gives no reading in this long could not be opened.
-constexpr auto kFirstReadingWait = std::chrono::seconds(2);
+// A device that gives no reading in this long could not be opened. A working
+// one reads within tens of milliseconds, but a busy machine took over 2 s to
+// start the meter's own capture.
+constexpr auto kFirstReadingWait = std::chrono::seconds(5);
 
 double ToDb(float level) {
   return level > 0.0f ? std::max(kFloorDb, 20.0 * std::log10(static_cast<double>(level))) : kFloorDb;
