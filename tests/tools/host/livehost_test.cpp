@@ -1,5 +1,5 @@
 // velapo-host live on a real JACK server: jackd's dummy driver at 48 kHz and
-// 1024 frames under a name of its own, the host on an endpoint of a private
+// 256 frames under a name of its own, the host on an endpoint of a private
 // store, and this test a second client feeding a sine and capturing what
 // comes back, while velapo-ctl steers from outside. Skips without jackd.
 #include <fcntl.h>
@@ -87,7 +87,7 @@ std::string StartServer(Child& jackd, const fs::path& dir) {
   jack_set_info_function([](const char*) {});
   const std::string name = "velapo-test-" + std::to_string(getpid()) + "-" + std::to_string(count++);
   setenv("JACK_DEFAULT_SERVER", name.c_str(), 1);
-  if (!jackd.Spawn({"jackd", "-n", name, "-d", "dummy", "-r", "48000", "-p", "1024"}, dir, "jackd")) {
+  if (!jackd.Spawn({"jackd", "-n", name, "-d", "dummy", "-r", "48000", "-p", "256"}, dir, "jackd")) {
     return "jackd is not installed";
   }
   for (int attempt = 0; attempt < 100; ++attempt, std::this_thread::sleep_for(50ms)) {
@@ -176,7 +176,7 @@ double Db(const std::vector<float>& x, uint64_t from, uint64_t to, double refere
 }
 
 // One run: tone, a gain of -6 dB, the mode Movie, processing off and on, a
-// period of 2048 frames, Ctrl-C; then the capture is checked step by step.
+// period of 512 frames, Ctrl-C; then the capture is checked step by step.
 // How long a period takes is for bench/apo and `velapo-host live --stats`:
 // what a loaded machine does to real time says nothing about velapo.
 TEST(LiveHost, ARunFollowsItsSteeringWithoutGapsOrAllocationsAndEndsInOrder) {
@@ -208,7 +208,7 @@ TEST(LiveHost, ARunFollowsItsSteeringWithoutGapsOrAllocationsAndEndsInOrder) {
   }
   at[kPeriod] = tone.Captured();
   const uint32_t missedWhileSteered = tone.Xruns() - missedAtStart;
-  ASSERT_TRUE(tone.SetPeriod(2048));
+  ASSERT_TRUE(tone.SetPeriod(512));
   ASSERT_TRUE(tone.WaitFor(1.5)) << "the server stopped calling the test's client after the period change";
   kill(host.pid, SIGINT);
   EXPECT_EQ(host.Wait(), 0) << ReadText(dir / "host.err");
@@ -234,7 +234,7 @@ TEST(LiveHost, ARunFollowsItsSteeringWithoutGapsOrAllocationsAndEndsInOrder) {
   EXPECT_GT(std::fabs(level(kOn)), 1.0) << "processing came back on";
   // A new period size: a new object, which processes rather than passes.
   EXPECT_EQ(stats["restarts"], 1);
-  EXPECT_EQ(stats["period_frames"], 2048);
+  EXPECT_EQ(stats["period_frames"], 512);
   EXPECT_GT(std::fabs(level(kPeriod)), 1.0);
 
   // A sine of amplitude A moves at most 2 A sin(pi f / fs) from one sample to
