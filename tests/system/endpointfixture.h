@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <random>
 #include <string>
 #include <utility>
 #include <vector>
@@ -94,10 +95,13 @@ class FakeDevice final : public IMMDevice, public IPropertyStore {
 };
 
 // A fresh endpoint GUID per test, so that tests and processes never meet.
+// The salt is drawn once per process: an address would do on Linux, but a
+// Windows image loads at the same address in every process, and two test
+// executables under Wine made the same GUIDs side by side.
 inline std::u16string FreshEndpointGuid() {
   static std::atomic<uint32_t> counter{0};
+  static const uint32_t salt = std::random_device{}();
   GUID guid{0x7E570000u + counter++, 0x1234, 0x5678, {0x9A, 0xBC, 0, 0, 0, 0, 0, 0}};
-  const uint32_t salt = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(&counter) >> 4);
   for (int i = 0; i < 4; ++i) guid.Data4[4 + i] = static_cast<uint8_t>(salt >> (8 * i));
   return zor::com::GuidText(guid);
 }
