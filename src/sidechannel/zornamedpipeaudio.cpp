@@ -9,6 +9,7 @@
 #include "core/zorlog.h"
 #include "core/zorscopedlock.h"
 #include "platform/com.h"
+#include "platform/littleendian.h"
 
 namespace {
 
@@ -17,18 +18,6 @@ enum class ServerState { Exit = 0, Connect = 1, Connecting = 2, Read = 3, Readin
 
 // The reader's wait set, in order.
 enum : int32_t { kWaitKill = 0, kWaitOverlapped = 1, kWaitDataTaken = 2 };
-
-uint32_t LoadLittleEndian32(const uint8_t* bytes) {
-  return static_cast<uint32_t>(bytes[0]) | (static_cast<uint32_t>(bytes[1]) << 8) |
-         (static_cast<uint32_t>(bytes[2]) << 16) | (static_cast<uint32_t>(bytes[3]) << 24);
-}
-
-void StoreLittleEndian32(uint8_t* bytes, uint32_t value) {
-  bytes[0] = static_cast<uint8_t>(value);
-  bytes[1] = static_cast<uint8_t>(value >> 8);
-  bytes[2] = static_cast<uint8_t>(value >> 16);
-  bytes[3] = static_cast<uint8_t>(value >> 24);
-}
 
 // COM for the pipe thread, as every thread of the engine process has it.
 class ThreadCom {
@@ -140,7 +129,7 @@ bool ZORNamedPipeAudio::StorePacket(const uint8_t* bytes, size_t length, bool im
     m_droppedPackets.fetch_add(1, std::memory_order_relaxed);
     return false;
   }
-  const uint32_t count = LoadLittleEndian32(bytes);
+  const uint32_t count = zor::os::LoadLe32(bytes);
   // A short immediate read keeps its place only when every sample it
   // claims arrived; the packet's tail is never taken from stale bytes.
   if (count <= kZORPipePacketSamples &&
@@ -148,7 +137,7 @@ bool ZORNamedPipeAudio::StorePacket(const uint8_t* bytes, size_t length, bool im
     m_droppedPackets.fetch_add(1, std::memory_order_relaxed);
     return false;
   }
-  return StoreDecoded(count, LoadLittleEndian32(bytes + 4), bytes + kZORPipeHeaderBytes);
+  return StoreDecoded(count, zor::os::LoadLe32(bytes + 4), bytes + kZORPipeHeaderBytes);
 }
 
 bool ZORNamedPipeAudio::StoreDecoded(uint32_t count, uint32_t sampleRate, const uint8_t* samples) {
@@ -332,8 +321,8 @@ void ZORNamedPipeAudio::ClientRoutine() {
         continue;
       }
       uint8_t* wire = data.backlog[(data.head + data.queued) % PIPE_DATA::kBacklog].data();
-      StoreLittleEndian32(wire, packet.count);
-      StoreLittleEndian32(wire + 4, packet.sampleRate);
+      zor::os::StoreLe32(wire, packet.count);
+      zor::os::StoreLe32(wire + 4, packet.sampleRate);
       std::memcpy(wire + kZORPipeHeaderBytes, packet.samples, sizeof(packet.samples));
       ++data.queued;
     }
