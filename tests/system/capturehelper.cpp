@@ -1,24 +1,18 @@
-// A capture object in a process of its own, for the capture link's tests.
-// Times written to <marker> are the monotonic clock's, which all processes
-// share.
-//   lock <marker> <holdMs>    lock one; write "locked <ns>"; after holdMs
-//                             (0: never) unlock; stay until killed
-//   link <root> <config> <marker> <silentBlocks> <toneBlocks> <amplitude>
-//                             lock one on a fresh capture endpoint of the
-//                             store at <root> with <config>, which it must
-//                             bind; switch the pipe link on and lock
-//                             again, as an embedder would; play
-//                             silence, then a 1 kHz stereo sine in 10 ms
-//                             blocks in real time, writing "tone <ns>"
-//                             just before its first block
-//   probe <name>              (POSIX, as root) drop root, look for a mutex
-// Exit code: 0 done (probe: present), 1 probe: absent, 2 bad arguments,
-// 3 failure, 4 the object did not bind its capture endpoint.
+// The other process of the capture link's tests (marks are "<what> <monotonic ns>" lines):
+//   lock <marker> <holdMs>   lock a capture object, mark "locked", unlock after holdMs and end
+//   link <root> <config> <marker> <silentBlocks> <toneBlocks> <amplitude>  a capture object on
+//        a fresh endpoint with the pipe linked plays silence, then (mark "tone") a 1 kHz sine
+//   read <root> <ready file> <packets>  listen, touch the ready file, need the numbered stream
+//   foreign <root> <ready file>  (POSIX, root) as nobody: write to the test's reader, then listen
+//   probe <name>             (POSIX, root) as nobody: look for a mutex
+// Exit code: 0 done (probe: present; foreign: nothing read), 1 absent or a stream fault,
+// 2 bad arguments, 3 failure, 4 the endpoint not bound or no pipe instance.
 #include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -29,6 +23,7 @@
 #include "engine/zorengineendpoint.h"
 #include "platform/text.h"
 #include "registrytestarea.h"
+#include "sidechannel/zornamedpipeaudio.h"
 #include "system/zorapoendpointtools.h"
 #include "system/zorfindmutex.h"
 
@@ -39,22 +34,17 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
+constexpr char16_t kTestPipeName[] = u"\\\\.\\pipe\\velapo-test-capture";
 
 void Mark(const std::string& path, const char* what) {
   std::ofstream(path, std::ios::app)
       << what << ' ' << std::chrono::nanoseconds(Clock::now().time_since_epoch()).count() << '\n';
 }
 
-// A stereo capture stream at 48 kHz in 480-frame blocks, locked.
+// A stereo 48 kHz capture stream in 480-frame blocks, locked (the capture class takes the older block).
 struct Capture {
-  explicit Capture(std::u16string guid = {}) : engine(Stream(std::move(guid))) {}
-  static ZOREngineEmulator::Stream Stream(std::u16string guid) {
-    ZOREngineEmulator::Stream stream;
-    stream.endpointGuid = std::move(guid);
-    stream.renderEndpoint = false;
-    stream.newerBlock = false;  // the capture class takes the older block only
-    return stream;
-  }
+  explicit Capture(std::u16string guid = {})
+      : engine({.endpointGuid = std::move(guid), .renderEndpoint = false, .newerBlock = false}) {}
   bool Lock() {
     return engine.Create(ZORAPOCaptureClass().regProperties->clsid) == S_OK && engine.Initialize() == S_OK &&
            engine.NegotiateFormats() == S_OK && engine.Lock() == S_OK;
@@ -63,7 +53,6 @@ struct Capture {
 };
 
 int Link(const std::vector<std::string>& args) {
-  velapo::test::UseRegistryRoot(args[1]);
   const GUID id{0x11C40000u, 0x2222, 0x4333, {0x84, 0x44, 0, 0, 0, 0, uint8_t(Clock::now().time_since_epoch().count()), 1}};
   const std::u16string guid = zor::com::GuidText(id);
   ZOREngineEndpoint endpoint(guid, args[2], false);
@@ -71,9 +60,8 @@ int Link(const std::vector<std::string>& args) {
   if (!endpoint.IsValid() || !capture.Lock()) return 3;
   auto* object = dynamic_cast<CZOR_LFX_Capture_APO_Universal*>(capture.engine.Object());
   if (object == nullptr) return 3;
-  // The object binds itself to its capture endpoint and that endpoint's
-  // file, wherever the system lists the endpoint. Wine's device list knows
-  // nothing of the store's endpoints: there an embedder binds the manager.
+  // The object binds itself to its endpoint wherever the system lists it; Wine's device list
+  // knows nothing of the store's endpoints, so there an embedder binds the manager.
   std::vector<ZORAPOEndpointInfo> listed;
   ZORAPOEndpointTools().GetCaptureEndpoints(listed);
   const bool known = std::any_of(listed.begin(), listed.end(), [&](const ZORAPOEndpointInfo& e) {
@@ -109,6 +97,55 @@ int Link(const std::vector<std::string>& args) {
   return 0;
 }
 
+// A reader that touches the ready file (renamed into place) once it listens; null if refused.
+std::unique_ptr<ZORNamedPipeAudio> Listen(const std::string& readyFile) {
+  auto pipe = std::make_unique<ZORNamedPipeAudio>();
+  pipe->Init(kTestPipeName, 0, kZORPipeRoleReader);
+  if (!pipe->StartThread()) return nullptr;
+  while (!pipe->IsListening()) {
+    if (!pipe->IsThreadRunning()) return nullptr;  // the instance was refused
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  std::ofstream(readyFile + ".part") << "listening\n";
+  std::filesystem::rename(readyFile + ".part", readyFile);
+  return pipe;
+}
+
+// Needs `packets` whole packets in sequence within 20 s, from wherever a packet starts.
+int Read(const std::string& readyFile, uint64_t packets) {
+  const std::unique_ptr<ZORNamedPipeAudio> pipe = Listen(readyFile);
+  if (!pipe) return 4;
+  const auto deadline = Clock::now() + std::chrono::seconds(20);
+  float samples[kZORPipePacketSamples];
+  for (uint64_t taken = 0, next = 0; taken < packets * kZORPipePacketSamples;) {
+    if (Clock::now() > deadline) return 1;
+    const uint32_t read = pipe->ReadSamples(samples, kZORPipePacketSamples);
+    if (read == 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    for (uint32_t i = 0; i < read; ++i, ++taken) {
+      const auto value = static_cast<uint64_t>(samples[i]);
+      if (taken == 0 ? value % kZORPipePacketSamples != 0 : value != next) return 1;
+      next = value + 1;
+    }
+  }
+  return 0;
+}
+
+#if !defined(_WIN32)
+bool BecomeNobody() { return ::setgid(65534) == 0 && ::setuid(65534) == 0; }
+
+int Foreign(const std::string& readyFile) {
+  if (!BecomeNobody()) return 3;
+  zor::os::PipeClient client;
+  const ZORPipePacket packet;  // one the reader would store: count 0 at rate 0
+  if (client.Open(kTestPipeName, 0)) client.Write(&packet, kZORPipePacketBytes, 100);
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));  // time to read it, were it let in
+  const std::unique_ptr<ZORNamedPipeAudio> pipe = Listen(readyFile);
+  if (!pipe) return 4;
+  std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+  return pipe->GetStoredPackets() == 0 ? 0 : 1;
+}
+#endif
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -117,18 +154,17 @@ int main(int argc, char** argv) {
     Capture capture;
     if (!capture.Lock()) return 3;
     Mark(args[1], "locked");
-    const int holdMs = std::stoi(args[2]);
-    if (holdMs != 0) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(holdMs));
-      if (capture.engine.Unlock() != S_OK) return 3;
-      Mark(args[1], "unlocked");
-    }
-    for (;;) std::this_thread::sleep_for(std::chrono::hours(1));
+    const int holdMs = std::stoi(args[2]);  // 0: until killed
+    std::this_thread::sleep_for(holdMs == 0 ? std::chrono::hours(24) : std::chrono::milliseconds(holdMs));
+    return capture.engine.Unlock() == S_OK ? 0 : 3;
   }
+  if (args.size() >= 3) velapo::test::UseRegistryRoot(args[1]);
   if (args.size() == 7 && args[0] == "link") return Link(args);
+  if (args.size() == 4 && args[0] == "read") return Read(args[2], std::stoul(args[3]));
 #if !defined(_WIN32)
+  if (args.size() == 3 && args[0] == "foreign") return Foreign(args[2]);
   if (args.size() == 2 && args[0] == "probe") {
-    if (::setgid(65534) != 0 || ::setuid(65534) != 0) return 3;  // nobody
+    if (!BecomeNobody()) return 3;
     ZORFindMutex finder;
     finder.Configure(zor::os::Utf8ToUtf16(args[1]));
     return finder.IsPresent() ? 0 : 1;
