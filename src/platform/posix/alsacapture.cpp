@@ -415,16 +415,16 @@ class AlsaMeter final : public ComObject<IAudioMeterInformation> {
   }
 
  private:
+  // One read of at most a buffer: the stream drops anything older, and a loop until caught up
+  // could chase the clock for ever on a starved thread and never hand a reading back.
   void Drain() {
     const WaveFormatRecord& format = m_stream.Format();
     const uint32_t capacity = static_cast<uint32_t>(m_scratch.size() / m_stream.BlockAlign());
     uint64_t lost = 0;
-    for (uint32_t read; (read = m_stream.Read(m_scratch.data(), capacity, lost)) > 0;) {
-      for (uint32_t sample = 0; sample < read * format.channels; ++sample) {
-        float& peak = m_peaks[sample % format.channels];
-        peak = std::max(peak, std::fabs(SampleAt(sample)));
-      }
-      if (read < capacity) break;
+    const uint32_t read = m_stream.Read(m_scratch.data(), capacity, lost);
+    for (uint32_t sample = 0; sample < read * format.channels; ++sample) {
+      float& peak = m_peaks[sample % format.channels];
+      peak = std::max(peak, std::fabs(SampleAt(sample)));
     }
   }
 
