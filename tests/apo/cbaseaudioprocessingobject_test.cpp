@@ -3,11 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <cstring>
 #include <functional>
 #include <memory>
 #include <optional>
-#include <vector>
 
 #include "apo/zorapoformatrules.h"
 #include "apo/zoraporegproperties.h"
@@ -15,8 +13,7 @@
 
 namespace {
 
-// The smallest complete effect object on the base: render format rules and
-// a count of the caches a lock asks for.
+// The smallest complete effect object on the base: render format rules and a count of the caches a lock asks for.
 class TestAPO final : public CBaseAudioProcessingObject {
  public:
   explicit TestAPO(const APO_REG_PROPERTIES* reg) : CBaseAudioProcessingObject(reg) {}
@@ -42,19 +39,7 @@ class TestAPO final : public CBaseAudioProcessingObject {
 
 const APO_REG_PROPERTIES* SfxRecord() { return ZORAPORenderClass(kZORLocationSFX)->regProperties; }
 
-// The engine gets its own copy of the class's record.
-TEST(BaseAPOTest, RegistrationPropertiesAreACopy) {
-  TestAPO apo(SfxRecord());
-  EXPECT_EQ(apo.GetRegistrationProperties(nullptr), E_POINTER);
-  APO_REG_PROPERTIES* copy = nullptr;
-  ASSERT_EQ(apo.GetRegistrationProperties(&copy), S_OK);
-  EXPECT_EQ(std::memcmp(copy, SfxRecord(), sizeof(APO_REG_PROPERTIES)), 0);
-  EXPECT_NE(copy, SfxRecord());
-  CoTaskMemFree(copy);
-}
-
-// A lock's connections as the engine lays them out: one input, one output,
-// each in a buffer of its own.
+// A lock's connections as the engine lays them out: one input, one output, each in a buffer of its own.
 class LockTest : public testing::Test {
  protected:
   static constexpr uint32_t kFrames = 480;
@@ -127,20 +112,6 @@ TEST_F(LockTest, EveryResultCodeIsReachedByBadInput) {
     EXPECT_EQ(hr, c.expected);
     EXPECT_EQ(m_apo->UnlockForProcess(), hr == S_OK ? S_OK : APOERR_ALREADY_UNLOCKED);
   }
-}
-
-TEST_F(LockTest, FlagsTwelveFixRateAndBitsButNotChannels) {
-  Build(F(6), F(2));
-  ASSERT_EQ(Lock(), S_OK);
-  EXPECT_EQ(m_apo->caches, 1);
-  // Samples per frame were never stored: the answer is what it started as.
-  UINT32 channels = 99;
-  EXPECT_EQ(m_apo->GetInputChannelCount(&channels), S_OK);
-  EXPECT_EQ(channels, 0u);
-  EXPECT_EQ(m_apo->UnlockForProcess(), S_OK);
-  // Locks repeat; each asks for the cache again.
-  ASSERT_EQ(Lock(), S_OK);
-  EXPECT_EQ(m_apo->caches, 2);
 }
 
 }  // namespace

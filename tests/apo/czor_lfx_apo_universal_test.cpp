@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <chrono>
 #include <functional>
 #include <thread>
@@ -82,26 +81,6 @@ TEST(UniversalCopyTest, CopyPathAndFlagsSampleBySample) {
   }
 }
 
-// Stale samples in channels the copy doesn't write make a silent block
-// audible: the flags say so, and the next block rises by the fade-in.
-TEST(UniversalCopyTest, ATailInSilenceArmsTheFadeInOnce) {
-  auto engine = Unbound(2, 4);
-  EXPECT_EQ(Render(*engine).RampPosition(), Base::kRampUnarmed);
-  std::fill(engine->Output().begin(), engine->Output().end(), 9.0f);
-  EXPECT_EQ(engine->Process(std::vector<float>(960, 0.5f), BUFFER_SILENT), BUFFER_VALID);
-  EXPECT_EQ(Render(*engine).RampPosition(), 0u);
-  for (int block = 0; block < 2; ++block) {
-    EXPECT_EQ(engine->Process(std::vector<float>(960, 1.0f), BUFFER_VALID), BUFFER_VALID);
-    for (uint32_t f = 0; f < 480; ++f) {
-      const float gain = block == 0 && f < 20 ? static_cast<float>(std::pow(f / 20.0, 2.0)) : 1.0f;
-      ASSERT_EQ(engine->Output()[f * 4], gain) << block << " " << f;
-    }
-    EXPECT_EQ(Render(*engine).RampPosition(), 20u);
-  }
-  std::fill(engine->Output().begin(), engine->Output().end(), -0.0f);  // negative zero is silence
-  EXPECT_EQ(engine->Process(std::vector<float>(960, 0.5f), BUFFER_SILENT), BUFFER_SILENT);
-}
-
 TEST(UniversalClassesTest, EachClassAnswersItsInterfacesAndNothingElse) {
   const IID mfx = ZORAPORenderClass(kZORLocationMFX)->regProperties->iidAPOInterfaceList[0];
   for (const ZORAPOClassInfo& info : ZORAPOClasses()) {
@@ -133,12 +112,8 @@ TEST(UniversalClassesTest, EachClassAnswersItsInterfacesAndNothingElse) {
 
 class UniversalOnEndpoint : public APOEndpoint {};
 
-// The laptop example's SFX chain changes the sound; on an endpoint the
-// device list doesn't know, the manager runs unconfigured and the sound
-// passes unchanged. Neither allocates on the audio thread once running
-// (three blocks in: the first sizes the stores).
-// Locked objects are numbered by the count of locks, numbers repeat after an
-// unlock, and the twentieth copies.
+// The laptop SFX chain changes the sound, an unknown endpoint passes it, and
+// neither allocates once running. Lock numbers count locks and repeat after an unlock.
 TEST_F(UniversalOnEndpoint, BoundObjectsProcessUnknownOnesPassAndThoseOverTheCapCopy) {
   const std::u16string guid = MakeEndpoint(ExampleFile("laptop.xml")).Guid();
   std::vector<float> noise(960);
@@ -155,9 +130,7 @@ TEST_F(UniversalOnEndpoint, BoundObjectsProcessUnknownOnesPassAndThoseOverTheCap
     EXPECT_EQ(zor::os::CriticalSection::EntriesOnThisThread(), locks);
     EXPECT_EQ(Base::CopyPasses(), passes);
     EXPECT_EQ(engine.Output() != noise, changesSound && EndpointListed(endpoint));
-    // A fade to a rebuilt chain takes the chain lock once, at its end. The
-    // first fade still sizes the manager's fade blocks on the audio thread;
-    // later ones allocate nothing.
+    // A fade takes the chain lock once, at its end; only the first one allocates.
     for (uint64_t fade = 1; fade <= 2; ++fade) {
       const AllocationCounter fadeAllocations;
       Render(engine).Manager().RequestUpdate();

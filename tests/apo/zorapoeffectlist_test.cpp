@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <map>
 #include <string>
 #include <vector>
@@ -91,27 +90,6 @@ TEST_F(EffectListWatcherTest, AChangeInAnotherProcessSignalsTheClient) {
   }
   watcher.Stop();
   EXPECT_FALSE(watcher.Running());
-}
-
-// Restarting leaves one thread, acting for the newest client only.
-TEST_F(EffectListWatcherTest, ARestartLeavesOneWatcherOnTheNewAction) {
-  std::atomic<int> first{0};
-  zor::os::Event second(zor::os::EventReset::Auto);
-  ZORAPOEffectListWatcher watcher(area.Path(u"APO"));
-  ZORLogCapture log;
-  ASSERT_TRUE(watcher.Start([&first] { ++first; }));
-  ASSERT_TRUE(watcher.Start([&second] { second.Set(); }));
-  EXPECT_EQ(log.Count("Thread terminating."), 1u);
-  zor::os::RegKey key;
-  ASSERT_EQ(zor::os::RegKey::Open(area.Path(u"APO"), zor::os::kKeyAllAccess, key), zor::os::RegStatus::Ok);
-  // The new thread may not have armed yet: write until it reports.
-  bool signalled = false;
-  for (int i = 0; i < 100 && !signalled; ++i) {
-    ASSERT_EQ(key.WriteDword(u"Counter", static_cast<uint32_t>(i)), zor::os::RegStatus::Ok);
-    signalled = second.Wait(100);
-  }
-  EXPECT_TRUE(signalled);
-  EXPECT_EQ(first.load(), 0);
 }
 
 }  // namespace

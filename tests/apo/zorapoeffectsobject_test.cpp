@@ -73,10 +73,8 @@ TEST_F(EffectsListObject, ListsFollowLocationModeAndDiscovery) {
   EXPECT_TRUE(ids.empty());
 }
 
-// The object keeps a duplicate of the client's event: the client may close
-// its handle, and the event is still set after each change elsewhere, also
-// in raw mode, whose list is empty. A handle that can't be duplicated gives
-// the system's error and leaves the object usable.
+// The object keeps its own duplicate of the client's event (raw mode too); a
+// handle that can't be duplicated gives the system's error.
 TEST_F(EffectsListObject, TheClientEventOutlivesTheCallersHandle) {
   const std::u16string guid = MakeEndpoint(DataFile("effects.xml")).Guid();
   const bool listed = EndpointListed(guid);

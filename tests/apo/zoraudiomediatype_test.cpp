@@ -73,19 +73,4 @@ TEST(AudioMediaTypeTest, CompressionEqualityAndPointers) {
   EXPECT_EQ(a, nullptr);
 }
 
-// Each class's identity is its own; all else in the records is shared.
-TEST(RegPropertiesTest, IdentitiesAreDistinct) {
-  const auto classes = ZORAPOClasses();
-  for (std::size_t i = 0; i < classes.size(); ++i) {
-    const APO_REG_PROPERTIES& reg = *classes[i].regProperties;
-    EXPECT_EQ(std::memcmp(&reg.u32MajorVersion, &classes[0].regProperties->u32MajorVersion, 8 * sizeof(UINT32)), 0);
-    EXPECT_EQ(reg.Flags, 12u);
-    for (std::size_t j = 0; j < i; ++j) {
-      EXPECT_FALSE(IsEqualGUID(reg.clsid, classes[j].regProperties->clsid));
-      EXPECT_FALSE(IsEqualGUID(reg.iidAPOInterfaceList[0], classes[j].regProperties->iidAPOInterfaceList[0]));
-    }
-  }
-  EXPECT_EQ(ZORAPOLocationName(6), nullptr);  // logged as an invalid location
-}
-
 }  // namespace

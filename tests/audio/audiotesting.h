@@ -19,8 +19,7 @@ inline std::vector<float> Noise(size_t count, uint32_t seed, float range = 1.0f)
   return out;
 }
 
-// Numbered frames, each channel its own sign, so that any shift, loss or
-// mix-up of channels shows exactly.
+// Numbered frames, each channel its own sign, so that any shift, loss or mix-up of channels shows exactly.
 inline std::vector<float> Ramp(uint32_t frames, uint32_t channels, uint32_t first = 0) {
   std::vector<float> samples(size_t{frames} * channels);
   for (uint32_t f = 0; f < frames; ++f) {

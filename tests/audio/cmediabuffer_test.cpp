@@ -60,8 +60,7 @@ TEST(CMediaBuffer, KeepsItsLengthWithinTheMaximumAndAnswersOnlyItsInterfaces) {
   EXPECT_EQ(buffer->Release(), 0u);
 }
 
-// The format block itself is pinned byte for byte elsewhere; here it is read
-// through the platform's own structures.
+// The format block itself is pinned byte for byte elsewhere; here it is read through the platform's own structures.
 TEST(ResamplerMediaType, DescribesFloatAudioInTheThreeChannelLayouts) {
   for (uint32_t channels : {1u, 2u, 3u, 7u}) {
     DMO_MEDIA_TYPE type{};
@@ -76,9 +75,7 @@ TEST(ResamplerMediaType, DescribesFloatAudioInTheThreeChannelLayouts) {
 }
 
 TEST(Resampler, ConvertsOnWindowsWithOrWithoutTheSystemsObject) {
-  // Wine's resampler object refuses every format and some editions lack
-  // it; either way the stream is converted. With COM up, a missing object
-  // is really missing, not merely unreachable from this thread.
+  // Wine's resampler refuses every format or is missing; either way the stream is converted.
   const HRESULT com = ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
   {
     zor::os::Resampler resampler;

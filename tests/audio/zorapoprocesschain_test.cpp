@@ -89,30 +89,12 @@ TEST_F(ZORAPOProcessChainTest, OnlyACaptureChainFeedsThePipeOnTheBypassPath) {
       EXPECT_EQ(hook.calls[0].second, &output);
     }
 
-    // A tech process's side-channel block reaches the hook of the running
-    // call, with the endpoint's direction.
+    // A tech process's side-channel block reaches the hook of the running call, with the endpoint's direction.
     ZORAudioDataFloat side = NoiseBlock(8, 1, 7);
     hook.calls.clear();
     fresh.OnChannelData(nullptr, side);
     ASSERT_EQ(hook.calls.size(), 1u);
     EXPECT_EQ(hook.calls[0].first, isRender);
-  }
-}
-
-TEST_F(ZORAPOProcessChainTest, ABuildStartsFromOneCushionHoweverOftenItIsRebuilt) {
-  // At an internal rate equal to the stream's the conversions are copies,
-  // so the tuned path delays by the cushion alone: five frames per build,
-  // never five more per rebuild.
-  stage.gain = 1.0f;
-  for (int build = 0; build < 3; ++build) {
-    ASSERT_TRUE(chain.BuildFromStages(2, 48000, true, stages, 48000));
-    ZORAudioDataFloat block = NoiseBlock(64, 2, 30);
-    const std::vector<float> before = Interleaved(block);
-    chain.Process(block, block, nullptr);
-    const std::vector<float> after = Interleaved(block);
-    for (size_t i = 0; i < after.size(); ++i) {
-      ASSERT_EQ(after[i], i < 10 ? 0.0f : before[i - 10]) << "build " << build << ", " << i;
-    }
   }
 }
 

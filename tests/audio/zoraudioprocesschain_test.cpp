@@ -39,32 +39,6 @@ class LoggingStage : public IZORAudioProcess<float> {
 
 }  // namespace
 
-TEST(ZORAudioProcessChain, RunsStagesInOrderUnlessBypassed) {
-  std::vector<int> log;
-  LoggingStage one(1, log, true, 128), two(2, log, true, 0), three(3, log, true, 480);
-  ZORAudioProcessChain<float> chain;
-  ZORAudioDataFloat data;
-  data.Allocate(4, 2, 48000);
-  EXPECT_TRUE(chain.Init(2, 48000));
-  EXPECT_EQ(chain.GetLatency(), 0u);
-  chain.Process(&data);
-  EXPECT_EQ(data.GetData(false, true)[0], 0.0f);
-
-  chain.AddProcess(&two);
-  chain.AddProcess(&one);
-  chain.AddProcess(&three);
-  chain.Process(&data);
-  EXPECT_EQ(log, (std::vector<int>{2, 1, 3}));
-  EXPECT_EQ(data.GetData(false, true)[0], 6.0f);
-  EXPECT_EQ(chain.GetLatency(), 608u);
-
-  chain.SetBypass(true);
-  chain.Process(&data);
-  EXPECT_EQ(log.size(), 3u);
-  EXPECT_EQ(data.GetData(false, true)[0], 6.0f);
-  EXPECT_EQ(chain.GetLatency(), 608u);  // a bypassed chain still reports its stages
-}
-
 TEST(ZORAudioProcessChain, InitReachesEveryStageAndRemoveTakesTheFirstMatch) {
   std::vector<int> log;
   LoggingStage good(1, log), bad(2, log, false), absent(9, log);

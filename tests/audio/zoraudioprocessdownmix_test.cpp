@@ -1,5 +1,4 @@
-// The in-place downmix: kernels bit for bit at every tail length, and the
-// stage's modes, bypass and channel checks.
+// The in-place downmix: kernels bit for bit at every tail length, and the stage's modes, bypass and channel checks.
 #include "audio/zoraudioprocessdownmix.h"
 
 #include <gtest/gtest.h>
@@ -16,8 +15,7 @@ constexpr float k = 0.707f;
 
 std::vector<float> Noise(size_t count, uint32_t seed) { return velapo::test::Noise(count, seed, 2.0f); }
 
-// Runs one interleaved block through the downmix, whose channel count must
-// stay, and returns what came out.
+// Runs one interleaved block through the downmix, whose channel count must stay, and returns what came out.
 std::vector<float> Through(ZORAudioProcessDownmix& downmix, const std::vector<float>& samples,
                            uint32_t channels) {
   ZORAudioDataFloat block = velapo::test::Wrap(samples, channels);
@@ -82,8 +80,7 @@ TEST(ZORAudioProcessDownmix, FoldsByModeAndKeepsTheChannelCount) {
   }
   downmix.SetMode(1);
 
-  // Too few channels for the mode, bypass, and an unknown mode leave the
-  // block alone.
+  // Too few channels for the mode, bypass, and an unknown mode leave the block alone.
   const std::vector<float> four = Noise(4 * 8, 1);
   EXPECT_EQ(Through(downmix, four, 4), four);
   const std::vector<float> six = Noise(6 * 8, 2);

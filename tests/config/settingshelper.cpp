@@ -1,8 +1,5 @@
-// The control panel of the cross-process settings test.
-//   settingshelper <root> <key path>
-// Stores the mode "APO4-Movie"/"APO4-Headphones" and "SFX:Width" 3.5 for the
-// music mode, then pings until the test writes "Ack".
-// Exit code: 0 success, 2 bad arguments, 3 store failure, 6 no acknowledgement.
+// settingshelper <root> <key path>: stores the mode Movie/Headphones and "SFX:Width" 3.5, then
+// pings until the test writes "Ack". Exit code: 0, 2 bad arguments, 3 store failure, 6 no ack.
 #include <cstdio>
 
 #include "config/zorapomodeselector.h"

@@ -58,24 +58,6 @@ class ConfigurationFileTest : public ::testing::Test {
   ZORAPOConfigurationFile config;
 };
 
-// All text of the file is UTF-8 on every platform, the product name as much
-// as mode and control names and values: beyond ASCII, they reach the
-// registry's wide names as written, never read in the Windows ANSI code page.
-TEST_F(ConfigurationFileTest, TextBeyondAsciiIsReadAsUtf8) {
-  ASSERT_EQ(LoadXml(Root("<properties>" + Control("Product Name", "Klang\xC3\xA9") + "</properties>" +
-                         Mode("APO4-M\xC3\xBAsica", "APO4-Internal Stereo",
-                              Control("SFX:\xC3\x89galiseur Enable", "Activ\xC3\xA9",
-                                      " public=\"true\"")))),
-            S::kStatusOk);
-  EXPECT_EQ(config.GetProductName(), u"Klang\u00E9");
-  EXPECT_EQ(First().GetModeId().ToRegistryName(), u"ApoOpMode:APO4-M\u00FAsica/APO4-Internal Stereo");
-  ZORPropertySet set;
-  First().GetPublicControls().WriteToSet(set);
-  std::u16string text;
-  ASSERT_TRUE(set.GetPropertyWString(u"SFX:\u00C9galiseur Enable", text));
-  EXPECT_EQ(text, u"Activ\u00E9");
-}
-
 TEST_F(ConfigurationFileTest, UnreadableFilesAnswerSix) {
   for (const std::string& xml :
        {std::string(), std::string("<zor_configuration><properties>"),
@@ -100,9 +82,7 @@ TEST_F(ConfigurationFileTest, UnreadableFilesAnswerSix) {
   EXPECT_EQ(config.LoadText("", 0, 2), S::kStatusUnreadable);
 }
 
-// XML snippets and what a load of them gives: the status follows the last
-// properties or mode in file order; a location takes its chains, a selector
-// its modes; auto_mic and selectors are matched exactly.
+// XML snippets and what a load gives: status, a location's chains, a selector's modes.
 TEST_F(ConfigurationFileTest, SnippetsGiveTheirStatusModesAndChains) {
   std::string chains = "<chain><process tech_id=\"lfx\"/></chain><chain_v2><process tech_id=\"none\"/></chain_v2>";
   for (const char* position : {"SFX", "OSFX", "sfx", "", "PreBlue", "Invalid APO location!"}) {
@@ -162,53 +142,6 @@ TEST_F(ConfigurationFileTest, SnippetsGiveTheirStatusModesAndChains) {
       EXPECT_EQ(techIds, row.chainTechIds);
     }
   }
-}
-
-TEST_F(ConfigurationFileTest, PropertiesAndDefaultMode) {
-  // A later properties replaces an earlier one; the product name stays.
-  ASSERT_EQ(
-      LoadXml(Root(kProperties + Music() + "<properties>" + Control("B", "2") + "</properties>")),
-      S::kStatusOk);
-  EXPECT_EQ(config.GetProperties().Size(), 1u);
-  EXPECT_EQ(config.GetProductName(), u"P");
-  EXPECT_EQ(config.GetDefaultMode(), kMusicId);  // no identity in properties: the first mode
-
-  // The properties' identity stands even when no mode has it.
-  ASSERT_EQ(
-      LoadXml(Root("<properties>" + Control("APO4-Operating Mode", "APO4-Movie") +
-                   Control("APO4-Speaker Type", "APO4-Headphones") + "</properties>" + Music())),
-      S::kStatusOk);
-  EXPECT_EQ(config.GetDefaultMode(), ZORAPOModeId("APO4-Movie", "APO4-Headphones"));
-  // A failed load keeps the last default.
-  ASSERT_EQ(LoadXml("<broken"), S::kStatusUnreadable);
-  EXPECT_EQ(config.GetDefaultMode(), ZORAPOModeId("APO4-Movie", "APO4-Headphones"));
-
-  ZORLogCapture log;
-  ZORAPOConfigurationFile noModes;
-  EXPECT_EQ(noModes.Load(files.Write(Root(kProperties)), 0, 1), S::kStatusOk);
-  EXPECT_TRUE(log.Contains("SetDefaultMode returning false...no modes available.\n"));
-  EXPECT_FALSE(noModes.GetDefaultMode().IsDefined());
-}
-
-TEST_F(ConfigurationFileTest, CacheParsesAPathOnceAndNeverRefreshes) {
-  const std::filesystem::path path = files.FreshPath();
-  ConfigFiles::Overwrite(
-      path, Root("<properties>" + Control("Product Name", "Before") + "</properties>" + Music()));
-  ASSERT_EQ(config.Load(path.u16string(), 0, 1), S::kStatusOk);
-  ConfigFiles::Overwrite(path, Root(kProperties));
-  ZORAPOConfigurationFile second;
-  ASSERT_EQ(second.Load(path.u16string(), 0, 1), S::kStatusOk);
-  EXPECT_EQ(second.GetProductName(), u"Before");  // changed on disk: not seen
-  std::filesystem::remove(path);
-  ASSERT_EQ(config.Load(path.u16string(), 0, 2), S::kStatusOk);  // deleted: still there
-  EXPECT_EQ(config.GetOperatingModes().size(), 1u);
-
-  // A failed parse is not cached.
-  const std::filesystem::path later = files.FreshPath();
-  ConfigFiles::Overwrite(later, "<zor_configuration>");
-  EXPECT_EQ(config.Load(later.u16string(), 0, 1), S::kStatusUnreadable);
-  ConfigFiles::Overwrite(later, Root(kProperties));
-  EXPECT_EQ(config.Load(later.u16string(), 0, 1), S::kStatusOk);
 }
 
 TEST_F(ConfigurationFileTest, ConcurrentFirstLoadsOfOnePathAgree) {

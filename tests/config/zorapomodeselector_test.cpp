@@ -49,9 +49,8 @@ TEST_F(ModeSelector, StoredModeIsSharedByEverySelectorOfTheEndpoint) {
   EXPECT_FALSE(first.GetMode(id));
 }
 
-// Another selector keeps changing the stored mode while selectors with a
-// client come and go: a dying selector must never call its client, which
-// dies right after it (ASan and TSan see a late call).
+// Selectors with a client come and go while the stored mode changes: a dying
+// selector never calls its client (ASan and TSan see a late call).
 TEST_F(ModeSelector, DestructorRacingAChangeNeverReachesADeadClient) {
   std::jthread writer([&](std::stop_token stop) {
     ZORAPOModeSelector other;

@@ -16,8 +16,7 @@ std::u16string DirectoryOf(const std::filesystem::path& file) {
   return file.parent_path().u16string() + kSeparator;
 }
 
-// The names are those of the build, which is 64-bit only; no setting picks
-// others.
+// The names are those of the build, which is 64-bit only; no setting picks others.
 TEST(ZORAPOModulePaths, ModuleNamesAreThoseOfThisBuild) {
   const std::u16string names = GetModuleFileNameOf(0) + GetModuleFileNameOf(1) + GetModuleFileNameOf(2);
 #if defined(_WIN32)
@@ -29,22 +28,18 @@ TEST(ZORAPOModulePaths, ModuleNamesAreThoseOfThisBuild) {
   EXPECT_TRUE(GetModuleDirectory(3).empty());
 }
 
-// One case for everything that touches the module's directory, so no two
-// test processes write there at once.
+// One case for everything that touches the module's directory, so no two test processes write there at once.
 TEST(ZORAPOModulePaths, LoadedModuleGivesItsDirectoryOthersTheExecutables) {
   const std::filesystem::path executable = zor::os::ExecutablePath();
   ASSERT_FALSE(executable.empty());
   const std::u16string executableDirectory = DirectoryOf(executable);
   const std::u16string fallback = executableDirectory + kZOROemConfigFileName;
-  // Nothing of the system is loaded in the test: every module stands for the
-  // executable, and the tech module's path is the answer whether it exists
-  // or not.
+  // Nothing of the system is loaded here: every module stands for the executable.
   EXPECT_EQ(GetModuleDirectory(kZORModuleHost), executableDirectory);
   ASSERT_FALSE(std::filesystem::exists(fallback));
   EXPECT_EQ(GetDefaultConfigPath(), fallback);
 
-  // The build puts a module of the control module's file name in a
-  // directory of its own beside the executable.
+  // The build puts a module of the control module's file name in a directory of its own beside the executable.
   const std::filesystem::path modulePath = executable.parent_path() /
                                            VELAPO_CONFIG_TEST_MODULE_DIR /
                                            GetModuleFileNameOf(kZORModuleControl);

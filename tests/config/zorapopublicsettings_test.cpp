@@ -3,9 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <filesystem>
-#include <fstream>
-#include <random>
 #include <thread>
 
 #include "childprocess.h"
@@ -81,60 +78,6 @@ TEST_F(PublicSettings, StoredValuesBeatDefaultsAndOnlyPublicNamesSurvive) {
   EXPECT_EQ(TextOf(list, "New:Name") + TextOf(seen, "New:Name"), "<none><none>");
 }
 
-TEST_F(PublicSettings, ReaderOpenedTwiceKeepsItsBindingAndTakesTheNewEvent) {
-  ZORAPOOperatingMode sameId = kMode;
-  sameId.publicControls.Insert(ZORUTSValue("SFX:Later", "1"));
-  Event first(EventReset::Manual);
-  Event second(EventReset::Manual);
-  ZORAPOPublicSettingsReader reader;
-  ASSERT_TRUE(reader.Open(kEndpoint, keyPath, kMode, &first));
-  ASSERT_TRUE(reader.Open(kEndpoint, keyPath, sameId, &second));
-  ASSERT_TRUE(Store(key, kModeValue, Blob({{u"SFX:Width", "4"}})));
-  EXPECT_TRUE(velapo::test::PingUntil(key, [&] { return second.Wait(0); }));
-  EXPECT_FALSE(first.Wait(0));
-  ASSERT_TRUE(reader.ReadAll(list));
-  EXPECT_EQ(list.Size(), 2u);  // the controls of the first Open
-  EXPECT_EQ(TextOf(list, "SFX:Width"), "4");
-}
-
-// Automatic content mode in the configuration (or none), a stored global
-// value (processing off, and a name of its own) or none, and what reads.
-struct GlobalCase {
-  const char* configAuto;
-  bool stored;
-  const char* expected;  // process enable, automatic content mode, extra name
-};
-
-struct GlobalSettings : PublicSettings, ::testing::WithParamInterface<GlobalCase> {};
-
-TEST_P(GlobalSettings, StoredChoicesBeatDefaultsAndAddTheirNames) {
-  ZORAPOConfigurationFile configuration;
-  if (GetParam().configAuto != nullptr) {
-    const auto file = std::filesystem::temp_directory_path() /
-                      ("velapo-global-" + std::to_string(std::random_device{}()) + ".xml");
-    std::ofstream(file) << "<zor_configuration><properties><control name=\"APO4-Auto Content Mode "
-                           "Enable\">" << GetParam().configAuto << "</control></properties></zor_configuration>";
-    configuration.Load(file.u16string(), 0, 1);
-    std::filesystem::remove(file);
-  }
-  if (GetParam().stored) {
-    ASSERT_TRUE(Store(key, ZORAPOGlobalSettings::kValueName,
-                      Blob({{u"APO4-Process Enable", "0"}, {u"Vendor:Extra", "5"}})));
-  }
-  ZORAPOGlobalSettings global;
-  EXPECT_FALSE(global.Init(keyPath, kMode));
-  ASSERT_TRUE(global.InitGlobal(keyPath, GetParam().configAuto ? &configuration : nullptr));
-  EXPECT_EQ(global.ReadAll(list, true), GetParam().stored);
-  EXPECT_EQ(TextOf(list, ZORAPOGlobalSettings::kProcessEnableName) + "," +
-                TextOf(list, ZORAPOGlobalSettings::kAutoContentModeName) + "," + TextOf(list, "Vendor:Extra"),
-            GetParam().expected);
-}
-
-INSTANTIATE_TEST_SUITE_P(Cases, GlobalSettings,
-                         ::testing::Values(GlobalCase{nullptr, false, "1,0,<none>"},
-                                           GlobalCase{"Enabled", false, "1,1,<none>"},
-                                           GlobalCase{nullptr, true, "0,0,5"}));
-
 // Nothing stored, or what a hostile process may store under these names:
 // every class reads it as a failed load and keeps its defaults.
 TEST_F(PublicSettings, MissingOrDamagedStoredValuesAreFailedLoads) {
@@ -166,9 +109,7 @@ TEST_F(PublicSettings, MissingOrDamagedStoredValuesAreFailedLoads) {
   EXPECT_FALSE(ZORAPOPublicSettings().Init(area.Path(u"Missing"), kMode));
 }
 
-// The object that saves also watches, and its watcher may merge a copy it
-// read before a local save just after it. Neither the store nor a read may
-// lose the local write for that.
+// A watcher's older copy, merged just after a local save, must not lose the local write.
 TEST_F(PublicSettings, LocalWritesSurviveTheWatchersOlderCopies) {
   ZORAPOPublicSettings settings;
   SettingsClient client;
@@ -184,9 +125,7 @@ TEST_F(PublicSettings, LocalWritesSurviveTheWatchersOlderCopies) {
   }
 }
 
-// The road of a change: a control panel process stores a mode and a public
-// control; here the selector's client, the settings' client and a reader's
-// event all hear of it, and the reads give what it stored.
+// A control panel process stores a mode and a control: every listener here hears it.
 TEST_F(PublicSettings, ChangesStoredByAnotherProcessReachEveryListener) {
   ZORAPOModeSelector selector;
   velapo::test::ModeClient modeClient;

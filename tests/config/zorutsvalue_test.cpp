@@ -86,24 +86,4 @@ TEST(ZORUTSValue, EqualityIgnoresTheKind) {
   EXPECT_FALSE(text.TextEquals("ab"));  // also by length
 }
 
-TEST(ZORUTSValue, FromPropertyConvertsThreeKinds) {
-  ZORUTSValue out("untouched", 0);
-  const ZORProperty number{u"Mode", std::make_shared<VELAnyValLong>(3)};
-  ASSERT_TRUE(ZORUTSValue::FromProperty(number, out));
-  EXPECT_EQ(out.name, "Mode");
-  EXPECT_EQ(out.value, number.value);  // shared, not copied
-
-  const ZORProperty wide{u"W", std::make_shared<VELAnyValWString>(std::u16string(u"txt"))};
-  ASSERT_TRUE(ZORUTSValue::FromProperty(wide, out));
-  EXPECT_EQ(out.value->GetType(), VEL_ANYVAL_ASTRING);
-  EXPECT_EQ(out.GetText(), "txt");
-
-  for (const VELAnyValPtr& other :
-       {VELAnyValPtr(std::make_shared<VELAnyValInt>(1)), VELAnyValPtr(),
-        VELAnyValPtr(std::make_shared<VELAnyValBool>(uint8_t{1}))}) {
-    EXPECT_FALSE(ZORUTSValue::FromProperty({u"other", other}, out));
-    EXPECT_EQ(out.name, "W");
-  }
-}
-
 }  // namespace

@@ -27,26 +27,6 @@ Texts Contents(const ZORUTSValueList& list) {
   return contents;
 }
 
-TEST(ZORUTSValueList, MergeModes) {
-  const ZORUTSValueList source = ListOf({{"shared", "new"}, {"extra", "x"}});
-  auto merged = [&source](int mode) {
-    ZORUTSValueList list = ListOf({{"shared", "old"}, {"mine", "m"}});
-    list.Merge(source, mode);
-    return Contents(list);
-  };
-  EXPECT_EQ(merged(MergeReplace), (Texts{{"shared", "new"}, {"extra", "x"}}));
-  EXPECT_EQ(merged(MergeOverlay), (Texts{{"shared", "new"}, {"extra", "x"}, {"mine", "m"}}));
-  EXPECT_EQ(merged(MergeUpdate), (Texts{{"shared", "new"}, {"mine", "m"}}));
-  EXPECT_EQ(merged(MergeAddMissing),
-            (Texts{{"shared", "old"}, {"extra", "x"}, {"mine", "m"}}));
-  EXPECT_EQ(merged(MergeRemove), (Texts{{"mine", "m"}}));  // whatever the source's value
-  EXPECT_EQ(merged(17), merged(MergeReplace));
-
-  ZORUTSValueList list = ListOf({{"a", "1"}});
-  list.Merge(ListOf({{"unknown", "2"}}), MergeUpdate);
-  EXPECT_EQ(Contents(list), (Texts{{"a", "1"}}));
-}
-
 TEST(ZORUTSValueList, MergeIntoItself) {
   for (int mode : {0, 1, 2, 3, 9}) {
     ZORUTSValueList list = ListOf({{"a", "1"}, {"b", "2"}});
@@ -80,25 +60,6 @@ TEST(ZORUTSValueList, ReplaceIfChanged) {
   // Same size, a source name missing here: no difference.
   EXPECT_FALSE(list.ReplaceIfChanged(ListOf({{"other", "1"}})));
   EXPECT_EQ(Contents(list), (Texts{{"a", "1"}}));
-}
-
-TEST(ZORUTSValueList, WriteToSetStoresTextInNameOrder) {
-  ZORUTSValueList list = ListOf({{"b", "two"}, {"MFX:Corvo-BEQ Enable", "Enabled"}});
-  list.Insert(ZORUTSValue("a", 1));
-  ZORPropertySet set;
-  list.WriteToSet(set);
-  ZORPropertyList properties;
-  set.GetAllProperties(properties);
-  ASSERT_EQ(properties.size(), 3u);
-  EXPECT_EQ(properties[0].name, u"MFX:Corvo-BEQ Enable");
-  EXPECT_EQ(properties[1].name, u"a");
-  EXPECT_EQ(properties[2].name, u"b");
-  for (const ZORProperty& property : properties) {
-    EXPECT_EQ(property.value->GetType(), VEL_ANYVAL_ASTRING);  // numbers too
-  }
-  std::string text;
-  ASSERT_TRUE(set.GetPropertyAString(u"A", text));
-  EXPECT_EQ(text, "1");
 }
 
 TEST(ZORUTSValueList, ReadFromSet) {

@@ -82,8 +82,7 @@ TEST(ZORLog, LongMessagesAreCutToTheBufferAndTerminated) {
   const std::u16string longWide(5000, u'w');
   ZORLogNarrow(site, "%s", longText.c_str());
   ZORLogWide(site, u"%s", longWide.c_str());
-  // A line that ends in a character outside the basic plane is cut before
-  // it, never through its surrogate pair.
+  // A line that ends in a character outside the basic plane is cut before it, never through its surrogate pair.
   std::u16string pairs;
   for (int i = 0; i < 2000; ++i) pairs += u"\U0001F600";
   ZORLogWide(site, u"%s", pairs.c_str());

@@ -95,8 +95,7 @@ TEST(ZORThreadBasic, EveryKindOfWorkerEndsWithItsResult) {
       EXPECT_TRUE(log.Contains(row.logged));
     }
     if (&row != &rows[0]) continue;
-    // Start again resets the stop event; a second Start is refused while the
-    // worker is held; Stop forgets the worker.
+    // Start again resets the stop event; a second Start is refused while the worker is held; Stop forgets the worker.
     ASSERT_TRUE(thread.Start(&worker));
     EXPECT_FALSE(thread.Start(&worker));
     ASSERT_TRUE(worker.started.Wait(kMustNotTimeOutMs));

@@ -42,9 +42,7 @@ class Latency : public ChainEndpoint {
 
 }  // namespace
 
-// The figure is the larger chain latency, cached until the file's time stamp
-// moves. Both chains report the stream's one figure, so an impulse leaves
-// them at the same frame; without a figure each reports its own.
+// The larger chain latency, cached until the file changes, lines chains up to one frame.
 TEST_F(Latency, CachedFigureLinesUpChainsOfDifferentNaturalLatency) {
   ZORAPOLatencyCalculator calculator;
   ZORAPOProcessChain plain, look, lookAlone;

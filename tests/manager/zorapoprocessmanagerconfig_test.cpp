@@ -26,10 +26,8 @@ class ManagerFromConfig : public ChainEndpoint {};
 
 }  // namespace
 
-// Every block is stale, so the audio thread refreshes the chain fading in
-// while the worker builds the prepared one for a stream of changes; and two
-// full builds run side by side through the shared document cache while a
-// calculator fills the latency cache.
+// Stale blocks refresh the fading chain while the worker builds; two builds share
+// the document cache while a calculator fills the latency cache.
 TEST_F(ManagerFromConfig, ConstructionsRunSideBySide) {
   const ZORAPOEndpointInfo& endpoint = MakeEndpoint(ExampleFile("laptop.xml"));
   StaleClock clock;

@@ -32,9 +32,7 @@ constexpr bool kStoreEndpoints = true;   // the enumerator lists the store's end
 
 double Gain(double db) { return std::pow(10.0, db / 20.0); }
 
-// The engine's FX property store: the endpoint GUID (`guid` empty: a number
-// in its place), and the system-effects switch as the endpoint's
-// FxProperties key holds it at each call, or `sysFx` without a key.
+// The engine's FX property store: endpoint GUID and system-effects switch.
 class FxStore final : public ZORTestComObject<IPropertyStore> {
  public:
   FxStore(std::u16string guid, std::u16string fxKey, uint32_t sysFx = 0)
@@ -101,8 +99,7 @@ struct Stream {
 
 class ManagerSettings : public ChainEndpoint {
  protected:
-  // An endpoint the enumerator lists as active, with a name of its own,
-  // which names its meters.
+  // An endpoint the enumerator lists as active, with a name of its own, which names its meters.
   const ZORAPOEndpointInfo& ListedEndpoint(bool render = true) {
     auto& info = const_cast<ZORAPOEndpointInfo&>(MakeEndpoint(DataFile("levels.xml"), render));
     const std::u16string key =
@@ -131,9 +128,7 @@ class ManagerSettings : public ChainEndpoint {
 
 }  // namespace
 
-// What the first chain plays for each combination of the endpoint the
-// engine names, the stored settings, the stream's content, the listeners'
-// news and the override.
+// The first chain for each mix of endpoint, stored settings, content, news and override.
 TEST_F(ManagerSettings, ModeAndBypassFollowTheSettingsByTheirRank) {
   enum Guid { Listed, Unknown, Unreadable };
   struct Row {
@@ -206,10 +201,8 @@ std::string ChangeName(const testing::TestParamInfo<Change>& param) {
 }
 class SettingWrittenElsewhere : public ManagerSettings, public testing::WithParamInterface<Change> {};
 
-// Another process writes one setting while audio runs; the stream crossfades
-// to the new level. Every sample's gain (output over input, where the sine
-// is large) stays between the two levels and moves no faster than the fade
-// law lets it, so nothing is lost or repeated at the seam.
+// A setting written by another process crossfades the level: every sample's gain
+// stays between the levels and within the fade law, nothing lost or repeated.
 TEST_P(SettingWrittenElsewhere, CrossfadesToTheNewLevelWithoutASeam) {
   const Change change = GetParam();
 #ifdef _WIN32
@@ -245,8 +238,7 @@ TEST_P(SettingWrittenElsewhere, CrossfadesToTheNewLevelWithoutASeam) {
   stream.Play(10);
   ChildProcess panel;
   ASSERT_TRUE(panel.Start(HelperBesideTest("velapo_chain_settings_helper"), arguments[int(change.writes)]));
-  // Other fades may come first (a watcher may report the writes made while
-  // binding late): wait for the level.
+  // Other fades may come first (a watcher may report the writes made while binding late): wait for the level.
   for (const auto deadline = Clock::now() + std::chrono::milliseconds(kMustNotTimeOutMs);
        std::abs(stream.LevelDb() - change.db) > 0.01;) {
     ASSERT_LT(Clock::now(), deadline) << "the stream never reached the new level";
@@ -279,9 +271,7 @@ INSTANTIATE_TEST_SUITE_P(Manager, SettingWrittenElsewhere,
                                          Change{Writes::TunedGain, -12.0}, Change{Writes::SysFx, 0.0}),
                          ChangeName);
 
-// A control panel writes the process switch, the mode and the override as
-// fast as it can while audio runs: every change still ends in whole fades,
-// and the stream settles on the last write. Run under ThreadSanitizer.
+// A storm of switch, mode and override writes ends in whole fades and the last write (TSan).
 TEST_F(ManagerSettings, SettingsStormEndsInWholeFadesAndTheLastWrite) {
   const ZORAPOEndpointInfo& info = ListedEndpoint();
   ZORAPOProcessManager manager;
@@ -322,10 +312,8 @@ TEST_F(ManagerSettings, SettingsStormEndsInWholeFadesAndTheLastWrite) {
   EXPECT_FALSE(fadeCutShort);
 }
 
-// The meters see both sides while the output is muted; the channel in the
-// side channel's place reads 0; a capture endpoint meters nothing whatever
-// its file says; a chain's pipe tap hears silence; and every Initialize
-// counts in the endpoint's key, a value that is no number counting as none.
+// Meters see both sides while muted, a capture endpoint meters nothing, a pipe tap
+// hears silence, and Initialize counts in the endpoint's key.
 TEST_F(ManagerSettings, MetersShowBothSidesWhileMutedAndInitializeCounts) {
   for (const uint32_t channels : {2u, 8u}) {  // 8: no chain in the file, bypassed at 0 dB
     SCOPED_TRACE(channels);
@@ -366,11 +354,8 @@ TEST_F(ManagerSettings, MetersShowBothSidesWhileMutedAndInitializeCounts) {
   EXPECT_EQ(capture.GetMeteringMode(), 0u);
 }
 
-// The audio thread allocates nothing from the first block on, with both
-// meters on: in steady state, in the first fade of the chain Initialize
-// built, in the first fade of a chain the worker built for another mode,
-// and in a flush; without a configuration and with the laptop's chains,
-// resampled too.
+// No allocation on the audio thread from the first block, meters on: steady state,
+// first fades, a worker-built chain, a flush; unconfigured, laptop, resampled.
 TEST_F(ManagerSettings, AudioThreadAllocatesNothingFromTheFirstBlock) {
   struct Case {
     const char* file;
@@ -426,8 +411,7 @@ TEST_F(ManagerSettings, AudioThreadAllocatesNothingFromTheFirstBlock) {
     play();  // stale: flushes
     for (int i = 0; i < 20; ++i) play();
     EXPECT_EQ(allocations, 0u);
-    // A longer block allocates once, in itself; the worker sizes the fade
-    // blocks and the next chain for it.
+    // A longer block allocates once, in itself; the worker sizes the fade blocks and the next chain for it.
     blockFrames = 2 * frames;
     play();
     allocations = 0;

@@ -119,8 +119,7 @@ bool ChildProcess::Start(const std::filesystem::path& program,
   if (::posix_spawn(&state->pid, all[0].c_str(), nullptr, nullptr, argv.data(), environ) != 0) {
     return false;
   }
-  // glibc's pidfd_open wrapper lacks C linkage in some releases; the
-  // system call is the same.
+  // glibc's pidfd_open wrapper lacks C linkage in some releases; the system call is the same.
   state->pidfd = static_cast<int>(::syscall(SYS_pidfd_open, state->pid, 0));
   m_state = std::move(state);
   return true;

@@ -1,5 +1,4 @@
-// Debug output: sinks, sink exchange racing writers, and
-// whole lines on standard error.
+// Debug output: sinks, sink exchange racing writers, and whole lines on standard error.
 #include "platform/debugoutput.h"
 
 #include <gtest/gtest.h>
@@ -28,24 +27,6 @@ struct Recorder {
 };
 
 }  // namespace
-
-TEST(DebugOutput, SinkReceivesNarrowAndWideLinesAsUtf8) {
-  Recorder recorder;
-  const zor::os::DebugSinkBinding previous =
-      zor::os::ExchangeDebugSink(&Recorder::Receive, &recorder);
-  zor::os::DebugOutputNarrow("plain line\n");
-  zor::os::DebugOutputWide(u"wide \u00E9\U0001F600\n");
-  zor::os::DebugOutputNarrow(nullptr);
-  const zor::os::DebugSinkBinding mine =
-      zor::os::ExchangeDebugSink(previous.sink, previous.context);
-  EXPECT_EQ(mine.sink, &Recorder::Receive);
-  EXPECT_EQ(mine.context, &recorder);
-  zor::os::DebugOutputNarrow("after restore\n");  // not ours any more
-  ASSERT_EQ(recorder.lines.size(), 2u);
-  EXPECT_EQ(recorder.lines[0], std::make_pair(std::string("plain line\n"), false));
-  EXPECT_EQ(recorder.lines[1],
-            std::make_pair(std::string("wide \xC3\xA9\xF0\x9F\x98\x80\n"), true));
-}
 
 TEST(DebugOutput, ReplacedSinkIsNeverEnteredOnceTheExchangeReturns) {
   // Contexts are kept (never freed) and marked retired, so a late call is

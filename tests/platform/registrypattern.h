@@ -17,8 +17,7 @@ struct PatternStamp {
 
 inline constexpr uint32_t kPatternMagic = 0x52415056;  // "VPAR"
 
-// Sizes from 16 bytes to 128 KiB, so that some writes take long enough for a
-// kill to land inside them.
+// Sizes from 16 bytes to 128 KiB, so that some writes take long enough for a kill to land inside them.
 inline uint32_t PatternSize(uint32_t writer, uint32_t counter) {
   return 16 + ((writer * 7919u + counter * 104729u) % (128u * 1024u));
 }

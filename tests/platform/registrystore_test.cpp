@@ -240,9 +240,7 @@ TEST_F(RegistryStore, DeletingAKeySignalsItsWatchersAndRewritingSignalsToo) {
   EXPECT_EQ(watch.NotifyChange(false, zor::os::kNotifyChangeLastSet, changed), RegStatus::KeyDeleted);
 }
 
-// A writer closes its file after the rename that put the value in place;
-// the kernel reports that close under the value's name. A watcher that armed
-// again after the rename's signal must not take the close for a new change.
+// A writer's close after its rename must not look like a new change to a re-armed watcher.
 TEST_F(RegistryStore, AWritersLateCloseOfItsValueFileSignalsNothing) {
   Event watched(EventReset::Auto);
   Event control(EventReset::Auto);
@@ -302,8 +300,7 @@ TEST_F(RegistryStore, KilledWritersNeverLeaveATornValue) {
                              {"churn", area.Root(), area.NarrowPath(u"Crash"),
                               std::to_string(kill % 4), "0"}));
     ASSERT_TRUE(written.Wait(kMustNotTimeOutMs));
-    // Not a wait for anything: a random moment within the next writes, so
-    // the kills land in every phase of a write.
+    // Not a wait for anything: a random moment within the next writes, so the kills land in every phase of a write.
     std::this_thread::sleep_for(std::chrono::microseconds(random() % 12000));
     writer.Kill();
     ASSERT_EQ(writer.Wait(kMustNotTimeOutMs), 128 + SIGKILL) << "the writer ended by itself";
@@ -327,9 +324,7 @@ TEST_F(RegistryStore, KilledWritersNeverLeaveATornValue) {
   }
 }
 
-// Several processes creating the same key (spelled differently) and writing
-// the same and their own values leave one key, whose every value is one
-// that was written.
+// Processes creating one key in different spellings leave one key of written values.
 TEST_F(RegistryStore, ConcurrentWritersLeaveOnlyValuesThatWereWritten) {
   constexpr uint32_t kWriters = 3;
   constexpr uint32_t kWrites = 15;

@@ -59,11 +59,3 @@ TEST(Text, BoundedConversionsStopBeforeACharacterThatDoesNotFit) {
   EXPECT_EQ(zor::os::NarrowToWideInto("abcdef", wide, 3), 3u);
   EXPECT_EQ(std::u16string(wide, 3), u"abc");
 }
-
-TEST(Text, NarrowTextConvertsBothWays) {
-  EXPECT_EQ(zor::os::NarrowToWide("Software\\VEL\\APO"), u"Software\\VEL\\APO");
-  EXPECT_EQ(zor::os::WideToNarrow(u"Software\\VEL\\APO"), "Software\\VEL\\APO");
-#if !defined(_WIN32)
-  EXPECT_EQ(zor::os::NarrowToWide("\xC3\xA9t\xC3\xA9"), u"\u00E9t\u00E9");  // UTF-8 on POSIX
-#endif
-}

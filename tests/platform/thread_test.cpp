@@ -103,9 +103,7 @@ TEST(CriticalSection, IsRecursiveAndExcludesOtherThreads) {
   EXPECT_TRUE(tryFromOtherThread());
 }
 
-// Raised where the system lets this process (Windows, a privileged Linux
-// host), always put back, and never passed on to a thread started meanwhile
-// (a worker above the host's audio thread would starve it).
+// Raised where allowed, always put back, never inherited by a thread started meanwhile.
 TEST(ThreadPriority, ABoostIsUndoneOnItsOwnThreadAndNotInherited) {
   const int before = zor::os::ThreadPriorityBoost::CurrentLevel();
   int started = -1;

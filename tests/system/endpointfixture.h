@@ -1,11 +1,7 @@
 #pragma once
-// What the endpoint tests share: a private store with endpoint keys written
-// the way a control panel would write them, and a device that answers with a
-// chosen id and text properties.
-//
-// Linux: a temporary store root (RegistryTestArea). Windows (Wine): the real
-// MMDevices keys, under a GUID made for this process, removed afterwards
-// together with the settings key Refresh creates.
+// The endpoint tests' private store with endpoint keys as a control panel writes them, and
+// a device answering with a chosen id. Linux: a temporary store root. Wine: the real
+// MMDevices keys under a GUID of this process, removed afterwards.
 
 #include <gtest/gtest.h>
 

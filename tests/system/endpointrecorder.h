@@ -1,6 +1,5 @@
 #pragma once
-// An endpoint observer that records the codes it hears, and can hold the
-// worker inside its first call until released.
+// An endpoint observer that records the codes it hears, and can hold the worker inside its first call until released.
 
 #include <chrono>
 #include <condition_variable>

@@ -1,5 +1,4 @@
-// The Linux device enumerator: endpoints written into the settings store,
-// and their changes made by another process.
+// The Linux device enumerator: endpoints written into the settings store, and their changes made by another process.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -78,9 +77,7 @@ TEST_F(StoreEndpoints, ChangesByAnotherProcessReachTheObserversAsCodes) {
   EXPECT_EQ(recorder.WaitFor(4, true), (std::vector<int32_t>{1, 2, 3, 0}));
 }
 
-// The engine's account makes and secures the settings key; a control panel
-// under another login in the store's group writes it; a user outside the
-// group may look at the store's open parts but not at the key.
+// The settings key: written by the store's group, closed to users outside it.
 TEST_F(StoreEndpoints, TheSettingsKeyIsSharedByTheStoresGroupAndClosedToOthers) {
   if (::geteuid() != 0) GTEST_SKIP() << "acting as other users needs root";
   const std::string group = "54321";

@@ -33,8 +33,7 @@ std::u16string Beside(std::u16string_view name) {
 
 class EndpointInfo : public EndpointStore {
  protected:
-  // Writes the endpoint's keys by `write`, then gives a fresh info on a
-  // device of that endpoint its Refresh.
+  // Writes the endpoint's keys by `write`, then gives a fresh info on a device of that endpoint its Refresh.
   bool RefreshWith(const std::function<void(const std::u16string& endpoint)>& write, bool render = true,
                    std::vector<std::pair<PROPERTYKEY, std::u16string>> texts = {}) {
     m_guid = velapo::test::FreshEndpointGuid();
@@ -159,15 +158,6 @@ TEST_F(EndpointInfo, PresetsFileReplacesOnlyTheDefaultConfigurationOfARenderEndp
   RefreshWith([](const std::u16string&) {}, true, {{kHardwareIds, u"USB\\VID_1234&PID_5678"}});
   EXPECT_TRUE(m_info->GetSubsystemId().empty());
   EXPECT_TRUE(m_info->GetPresetsPath().empty());
-}
-
-TEST_F(EndpointInfo, SetSysFxDisabledWritesOnlyASwitchThatExistsAsANumber) {
-  RefreshWith([](const std::u16string& e) { WriteDword(e + u"\\FxProperties", kSysFx, 0); });
-  EXPECT_TRUE(m_info->SetSysFxDisabled(true));
-  EXPECT_TRUE(ZORAPOEndpointInfo(m_device.get(), true).IsSysFxDisabled());
-  RefreshWith([](const std::u16string& e) { WriteText(e + u"\\FxProperties", kSysFx, u"0"); });
-  EXPECT_FALSE(m_info->SetSysFxDisabled(true));
-  EXPECT_TRUE(m_info->SetSysFxDisabled(false));
 }
 
 }  // namespace

@@ -29,9 +29,7 @@ TEST_F(EndpointTools, UnregisteredObserversHearNothingAndComeBackWithoutASecondE
   EXPECT_EQ(dropped.WaitFor(1), std::vector<int32_t>{0});
 }
 
-// The worker is held inside the first event while the callbacks come; the
-// device callbacks then collapse into the later code, the ignored ones leave
-// no trace, and a marker afterwards shows that nothing else was pending.
+// Callbacks arriving while the worker is busy collapse into the later code; nothing else is pending.
 TEST_F(EndpointTools, CallbacksBecomeCodesOnTheWorkerAndCollapseWhileItIsBusy) {
   Tools tools;
   EndpointRecorder recorder;

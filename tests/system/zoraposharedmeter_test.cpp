@@ -8,7 +8,6 @@
 #include <thread>
 #include <vector>
 
-#include "allocationcounter.h"
 #include "childprocess.h"
 #include "platform/namedmutex.h"
 #include "platform/text.h"
@@ -37,33 +36,6 @@ struct Meter {
   ZORAPOSharedMeter meter;
   bool opened = false;
 };
-
-struct WriteCase {
-  const char* what;
-  std::vector<Levels> writes;
-  Levels block;  // what a reader then sees
-};
-
-class ZORAPOSharedMeterWrites : public testing::TestWithParam<WriteCase> {};
-
-TEST_P(ZORAPOSharedMeterWrites, KeepTheMaximumOfWhatIsSuppliedAndZeroTheRest) {
-  Meter meter;
-  ASSERT_TRUE(meter.opened);
-  for (Levels levels : GetParam().writes) ASSERT_TRUE(meter.meter.ReadWrite(levels, false));
-  EXPECT_EQ(meter.Read(), GetParam().block);
-  EXPECT_EQ(meter.Read(), kZero);  // reading started a new period
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, ZORAPOSharedMeterWrites,
-    testing::Values(
-        WriteCase{"LouderFirst", {{0.5f}, {0.3f}}, {0.5f, 0, 0, 0, 0, 0, 0, 0}},
-        WriteCase{"LouderLater", {{0.3f, 0.1f}, {0.5f, 0.05f}}, {0.5f, 0.1f, 0, 0, 0, 0, 0, 0}},
-        WriteCase{"TwoLevelsZeroTheOthers", {{1, 2, 3, 4, 5, 6, 7, 8}, {0.5f, 0.5f}},
-                  {1, 2, 0, 0, 0, 0, 0, 0}},
-        WriteCase{"EmptyZeroesAll", {{1, 2, 3, 4, 5, 6, 7, 8}, {}}, kZero},
-        WriteCase{"NineLevelsKeepEight", {{1, 2, 3, 4, 5, 6, 7, 8, 9}}, {1, 2, 3, 4, 5, 6, 7, 8}}),
-    [](const testing::TestParamInfo<WriteCase>& param) { return std::string(param.param.what); });
 
 TEST(ZORAPOSharedMeter, AClosedMeterWritesNothingAndZeroesAReadersArrayInPlace) {
   Meter meter;
@@ -100,14 +72,6 @@ TEST(ZORAPOSharedMeter, AWriterDropsItsReadingWhileAnotherHasTheMutex) {
   stage = 2;
   other.join();
   EXPECT_EQ(meter.Read(), kZero);
-}
-
-TEST(ZORAPOSharedMeter, WritingAllocatesNothing) {
-  Meter meter;
-  Levels levels(2, 0.25f);
-  const velapo::test::AllocationCounter counter;
-  for (int i = 0; i < 1000; ++i) ASSERT_TRUE(meter.meter.ReadWrite(levels, false));
-  EXPECT_EQ(counter.Count(), 0u);
 }
 
 TEST(ZORAPOSharedMeterProcesses, TwoWritersOfOneMeterAndAReaderThatSeesTheirMaximum) {

@@ -37,14 +37,6 @@ std::string TextIn(const ZORUTSValueList& list, const char* name) {
   return value != nullptr ? value->GetText() : "-";
 }
 
-TEST(ZORAPOTunedSettings, WithoutABlockAnExistingOnlyOpenFailsAndLeavesNothing) {
-  const ZORAPOOperatingMode mode = UniqueMode();
-  ZORAPOTunedSettings chain;
-  EXPECT_FALSE(chain.Open(kEndpoint, mode, true));
-  EXPECT_FALSE(chain.IsOpen());
-  EXPECT_FALSE(ZORSharedMemory::Exists(u"Global\\" + mode.id.ToRegistryName()));
-}
-
 TEST(ZORAPOTunedSettings, AToolsBlockReachesAChainThatFollowsIt) {
   const ZORAPOOperatingMode mode = UniqueMode();
   ZORAPOTunedSettings tool;
@@ -71,32 +63,5 @@ TEST(ZORAPOTunedSettings, AToolsBlockReachesAChainThatFollowsIt) {
   EXPECT_TRUE(chain.ReadAll(seen, true));
   EXPECT_EQ(TextIn(seen, "Volume"), "9");
 }
-
-// The chain knows Volume and Bass; block and public settings disagree on
-// Volume, and each brings a name the mode does not know.
-struct StackCase {
-  int32_t tuningMode;
-  const char* volume;
-  const char* bass;
-};
-
-class ZORAPOTunedSettingsStacking : public testing::TestWithParam<StackCase> {};
-
-TEST_P(ZORAPOTunedSettingsStacking, FollowsTheTuningMode) {
-  ZORUTSValueList controls = List({{"Volume", "5"}, {"Bass", "0"}});
-  ZORAPOTunedSettings::StackOnto(GetParam().tuningMode,
-                                 List({{"Volume", "7"}, {"Bass", "3"}, {"Unknown", "1"}}),
-                                 List({{"Volume", "2"}, {"Other", "1"}}), controls);
-  EXPECT_EQ(controls.Size(), 2u);
-  EXPECT_EQ(TextIn(controls, "Volume"), GetParam().volume);
-  EXPECT_EQ(TextIn(controls, "Bass"), GetParam().bass);
-}
-
-INSTANTIATE_TEST_SUITE_P(Modes, ZORAPOTunedSettingsStacking,
-                         testing::Values(StackCase{0, "2", "0"},    // public only
-                                         StackCase{1, "2", "3"},    // the user wins
-                                         StackCase{2, "7", "3"},    // tuning wins
-                                         StackCase{3, "5", "0"},    // neither
-                                         StackCase{-1, "5", "0"}));
 
 }  // namespace

@@ -119,8 +119,7 @@ TEST(WaveFormatRecords, OnlyConsistentPcmAndFloatRecordsAreRead) {
 }
 
 #if defined(_WIN32)
-// Windows and Wine: the system's own clients on the first active capture
-// device, where there is one.
+// Windows and Wine: the system's own clients on the first active capture device, where there is one.
 TEST(SystemCaptureDevices, ThePeakMonitorRunsAndStopsOnTheFirstActiveDevice) {
   const HRESULT com = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
   ZORVistaPeakInputMonitor monitor;
@@ -155,9 +154,7 @@ constexpr uint32_t kRate = 48000;
 constexpr float kTonePeak = 0.5f;
 constexpr uint32_t kRampFrames = 10 * kRate;
 
-// An ALSA configuration of two capture devices, each a file plugin reading a
-// generated file over the null device: a stereo ramp whose samples count
-// the frames, and a 1 kHz stereo tone of peak 0.5.
+// Two ALSA capture devices reading generated files: a frame-counting ramp and a 1 kHz tone.
 class AlsaFiles {
  public:
   AlsaFiles() {
@@ -257,9 +254,7 @@ class AlsaCaptureEndpoints : public velapo::test::EndpointStore {
 };
 AlsaFiles* AlsaCaptureEndpoints::s_files = nullptr;
 
-// Every frame of the ramp arrives in order whatever share of a packet the
-// listener takes: all of it, half (the rest follows at once) or, the first
-// time, nothing (the packet comes again, whole, in the next round).
+// Every ramp frame arrives in order whether the listener takes all, half or none of a packet.
 TEST_F(AlsaCaptureEndpoints, TheCaptureMonitorDeliversEveryFrameInOrder) {
   enum Take { kAll, kHalf, kNothingFirst };
   for (const Take take : {kAll, kHalf, kNothingFirst}) {

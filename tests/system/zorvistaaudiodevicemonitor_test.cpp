@@ -86,10 +86,8 @@ class DeviceMonitorStore : public velapo::test::EndpointStore {
   static std::u16string CaptureId(const std::u16string& guid) { return u"{0.0.1.00000000}." + guid; }
 };
 
-// The first report, before SetDeviceCallback returns, is the enumerator's own
-// list of capture devices in every state, in its order: on Linux the store's
-// (with a device of each state and a render device added here), under Wine
-// whatever its audio driver lists (often nothing, headless).
+// The first report, before SetDeviceCallback returns, is the enumerator's capture list
+// in its order (under Wine, whatever its driver lists).
 TEST_F(DeviceMonitorStore, TheFirstReportIsTheEnumeratorsListOfCaptureDevices) {
   Heard added;
 #if !defined(_WIN32)
@@ -126,9 +124,7 @@ TEST_F(DeviceMonitorStore, TheFirstReportIsTheEnumeratorsListOfCaptureDevices) {
 }
 
 #if !defined(_WIN32)
-// Each change waits for its report, so that two never fall into one look.
-// Adding is two writes, the key and then its DeviceState, so an "active" may
-// follow the addition; it is no part of the sequence under test.
+// Each change waits for its report; the "active" that may follow an addition is not counted.
 TEST_F(DeviceMonitorStore, AnotherProcessesAddDisableUnplugAndRemoveArriveInOrder) {
   Recorder recorder;
   Monitor monitor;

@@ -1,5 +1,4 @@
-// The loader of the tech module: where it looks, what it loads, and how it
-// hands processes out and takes them back.
+// The loader of the tech module: where it looks, what it loads, and how it hands processes out and takes them back.
 #include "audio/zorapoprocesslibrary.h"
 
 #include <gtest/gtest.h>
@@ -19,30 +18,7 @@ using Ids = std::vector<std::string>;
 
 fs::path ModuleIn(const fs::path& directory) { return directory / fs::path(ZORAPOProcessLibrary::ModuleFileName()); }
 
-fs::path FoundModule() {
-  std::u16string path;
-  return ZORAPOProcessLibrary::FindModulePath(path) ? fs::path(path) : fs::path();
-}
-
 }  // namespace
-
-// Beside the host module by default; beside the override file (which needn't
-// exist), or, for a directory, beside it in its parent.
-TEST(ZORAPOProcessLibrary, LooksBesideTheHostModuleOrBesideTheOverrideFile) {
-  const fs::path besideExecutable = ModuleIn(techtest::TestDirectory());
-  const fs::path testModule = ModuleIn(techtest::TestModuleDirectory());
-  const std::u16string self = testModule.u16string();
-  const std::u16string directory = techtest::TestModuleDirectory().u16string();
-  const std::pair<const char16_t*, fs::path> rows[] = {
-      {nullptr, besideExecutable}, {self.c_str(), testModule}, {directory.c_str(), besideExecutable},
-      {u"", besideExecutable}};
-  for (const auto& [path, expected] : rows) {
-    ZORAPOProcessLibrary::SetModulePath(path);
-    EXPECT_TRUE(fs::equivalent(FoundModule(), expected)) << FoundModule();
-  }
-  ModuleDirectory anchor(techtest::TestModuleDirectory());
-  EXPECT_TRUE(fs::equivalent(FoundModule(), testModule)) << FoundModule();
-}
 
 // Nothing there, a directory under the module's name, a file that isn't a
 // library, a module without its destroy export: nothing is created or logged.

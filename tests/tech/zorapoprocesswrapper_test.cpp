@@ -165,41 +165,6 @@ TEST_F(ZORAPOProcessWrapperTest, ReadsControlsAsNumberThenTextAndListsTheTable) 
                                   "gettext Unknown", "controls", "pass1 3 40 data", "pass2 1 0 null"}));
 }
 
-// Block size 0 sees the host's blocks and roles in place; block size 256 sees
-// fixed blocks with roles 0.., and the audio comes two blocks late.
-TEST_F(ZORAPOProcessWrapperTest, AdaptsHostBlocksToTheProcessBlockSize) {
-  for (const auto& [techId, latency] : {std::pair{"probe", 0u}, {"probe-256", 512u}}) {
-    SCOPED_TRACE(techId);
-    auto wrapper = Make(techId, "EQ");
-    ASSERT_TRUE(wrapper->Init(3, 48000));
-    EXPECT_EQ(wrapper->GetLatency(), latency);
-    m_log.Lines();
-    std::vector<float> out[3];
-    for (uint32_t call = 0; call < 3; ++call) {
-      ZORAudioDataFloat block = Ramp(480, {4, 5, 9});
-      float* samples = block.GetData(true, false);
-      for (uint32_t i = 0; i < 3 * 480; ++i) samples[i] += static_cast<float>(call * 480 + 1);
-      block.ReleaseData();
-      wrapper->Process(&block);
-      const float* processed = block.GetData(false, false);
-      for (uint32_t c = 0; c < 3; ++c) out[c].insert(out[c].end(), processed + c * 480, processed + (c + 1) * 480);
-      block.ReleaseData();
-    }
-    const Lines lines = m_log.Lines();
-    ASSERT_GE(lines.size(), 3u);
-    for (const std::string& line : lines) {
-      EXPECT_EQ(line, latency == 0 ? "process 480 inplace nohook roles 4 5 9" : "process 256 inplace nohook roles 0 1 2");
-    }
-    // Each node on its own channel (the module multiplies channel c by c + 1).
-    for (uint32_t c = 0; c < 3; ++c) {
-      for (size_t i = 0; i < latency; ++i) ASSERT_EQ(out[c][i], 0.0f) << c << " " << i;
-      for (size_t i = latency; i < out[c].size(); ++i) {
-        ASSERT_EQ(out[c][i], static_cast<float>((c + 1) * (c * 1000 + i - latency + 1))) << c << " " << i;
-      }
-    }
-  }
-}
-
 TEST_F(ZORAPOProcessWrapperTest, SideChannelReachesTheHooksOnlyAsALoneRoleSevenNode) {
   auto side = Make("sidechannel", "SIDE");
   ASSERT_TRUE(side->Init(2, 44100));

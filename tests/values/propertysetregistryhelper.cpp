@@ -1,8 +1,6 @@
-// Process A of the cross-process settings test.
-//   propertysetregistryhelper <root> <key> <value name>
-// Loads the set in <value name> with auto-save and its own monitor, sets
-// "Gain" to 5 and adds "Extra" (unknown to the other process), and checks
-// that the echo of its saves ends here; it pings until the other writes "Ack".
+// Process A of the cross-process settings test: propertysetregistryhelper <root> <key> <value>
+// loads the set with auto-save and a monitor, sets "Gain" 5 and "Extra", checks that the echo
+// of its saves ends, and pings until the other process writes "Ack".
 // Exit code: 0 success, 2 bad arguments, 3 store failure, 4 echo did not
 // end, 5 no echo seen, 6 no acknowledgement.
 #include <atomic>

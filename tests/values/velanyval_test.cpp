@@ -85,35 +85,3 @@ TEST(VELAnyVal, PayloadCloneAndTextOfEveryKind) {
   EXPECT_FALSE(nanFloat.GetWString(wide) || VELAnyVal().GetAString(narrow) || VELAnyVal().GetWString(wide));
   EXPECT_EQ(narrow + std::string(wide.begin(), wide.end()), "keptkept");
 }
-
-// Equality needs the same kind and reads the other side as a C string.
-TEST(VELAnyVal, EqualityNeedsTheSameKindAndReadsTheOtherAsACString) {
-  const VELAnyValLong longFive(5);
-  const VELAnyValInt intFive(5);
-  const VELAnyValBool two(uint8_t{2});
-  EXPECT_FALSE(longFive.IsEqual(&intFive) || longFive.IsEqual(nullptr));
-  EXPECT_FALSE(VELAnyValBool(uint8_t{1}).IsEqual(&two)) << "bools compare their stored bytes";
-  const VELAnyValAString plain(std::string("ab")), withNul(std::string("ab\0cd", 5));
-  EXPECT_TRUE(plain.IsEqual(&withNul));
-  EXPECT_FALSE(withNul.IsEqual(&plain));
-  const VELAnyValWString wide(std::u16string(u"ab")), wideWithNul(std::u16string(u"ab\0cd", 5));
-  EXPECT_TRUE(wide.IsEqual(&wideWithNul));
-  EXPECT_FALSE(wideWithNul.IsEqual(&wide));
-}
-
-// Same-form text is the payload as it is; across forms narrow text is UTF-8
-// (never the ANSI code page), ill-formed bytes read as U+FFFD, a NUL ends the
-// text, and empty text has no other form.
-TEST(VELAnyVal, StringText) {
-  EXPECT_EQ(ATextOf(VELAnyValAString(std::string("ab\0cd", 5))), std::string("ab\0cd", 5));
-  EXPECT_EQ(WTextOf(VELAnyValWString(std::u16string())), u"");
-  EXPECT_EQ(ATextOf(VELAnyValWString(std::u16string(u"Caf\u00e9 \U0001F600"))), "Caf\xC3\xA9 \xF0\x9F\x98\x80");
-  EXPECT_EQ(WTextOf(VELAnyValAString(std::string("Caf\xC3\xA9 \xF0\x9F\x98\x80"))), u"Caf\u00e9 \U0001F600");
-  EXPECT_EQ(WTextOf(VELAnyValAString(std::string("a\xFFz"))), u"a\uFFFDz");
-  EXPECT_EQ(WTextOf(VELAnyValAString(std::string("ab\0cd", 5))), u"ab");
-  EXPECT_EQ(ATextOf(VELAnyValWString(std::u16string(u"ab\0cd", 5))), "ab");
-  std::string narrow = "x";
-  std::u16string wide = u"x";
-  EXPECT_FALSE(VELAnyValAString(std::string()).GetWString(wide) || VELAnyValWString(std::u16string()).GetAString(narrow));
-  EXPECT_EQ(narrow + std::string(wide.begin(), wide.end()), "");
-}

@@ -6,7 +6,6 @@
 
 #include <charconv>
 #include <cmath>
-#include <cstring>
 #include <limits>
 #include <random>
 #include <string>
@@ -56,34 +55,6 @@ std::string ExpectedText(double value, int digits) {
   return text;
 }
 
-// The digit string has the shape of fcvt's.
-TEST(VELFixedText, DigitStrings) {
-  struct Case {
-    double value;
-    int places;
-    const char* digits;
-    int decimalPosition;
-    bool negative;
-  };
-  const Case cases[] = {
-      {0.05, 8, "5000000", -1, false},
-      {-12.5, 2, "1250", 2, true},
-      {0.0, 3, "000", 0, false},   // one zero per place, point at the start
-      {9.995, 2, "999", 1, false},  // 9.9949999... stays below
-      {9.999, 2, "1000", 2, false},  // a carry into a new digit moves the point
-      {2.5, 0, "3", 1, false},     // an exact tie goes up
-      {1e-12, 8, "", -8, false},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.value);
-    VELFixedDigits digits;
-    ASSERT_TRUE(VELFixedDigitsOf(c.value, c.places, digits));
-    EXPECT_EQ(digits.digits, c.digits);
-    EXPECT_EQ(digits.decimalPosition, c.decimalPosition);
-    EXPECT_EQ(digits.negative, c.negative);
-  }
-}
-
 TEST(VELFixedText, ExtremesAndFailures) {
   const double largest = std::numeric_limits<double>::max();
   EXPECT_EQ(Text(largest, 17), ExpectedText(largest, 17));
@@ -127,8 +98,7 @@ TEST(VELFixedText, RandomValuesMatchAnIndependentExpansion) {
     check(static_cast<double>(small(random)) / 262144.0, 17);
     check(static_cast<double>(small(random)) / 512.0, 8);
   }
-  // Leading zeros lost below 1, exact binary ties rounded up (not to even),
-  // and values below the last place.
+  // Leading zeros lost below 1, exact binary ties rounded up (not to even), and values below the last place.
   for (const auto& [value, digits] : {std::pair{0.05, 17}, {1.05, 17}, {0.125, 2}, {1.0 / 512, 8}, {1e-12, 8},
                                       {6e-9, 8}, {std::numeric_limits<double>::denorm_min(), 17}}) {
     check(value, digits);

@@ -8,7 +8,6 @@
 #include <bit>
 #include <cmath>
 #include <initializer_list>
-#include <limits>
 #include <random>
 
 #include "values/zorpropertyset.h"
@@ -250,29 +249,4 @@ TEST(ZORPropertyBlob, ReaderRules) {
   EXPECT_EQ(text + std::string(wide.begin(), wide.end()), "abx");
   ASSERT_TRUE(set.GetProperty(u"Bytes", bytes));
   EXPECT_EQ(bytes->GetSize(), 3u);  // arrays keep every byte
-}
-
-// A merge goes through the observers and stops quietly at a bad record.
-TEST(ZORPropertyBlob, MergeGoesThroughObserversAndStopsQuietly) {
-  struct Recorder : IZORPropertySetNotify {
-    void OnPropertyChanged(ZORPropertySet&, const ZORProperty& property) override { changed.push_back(property.name); }
-    bool OnPropertyChanging(ZORPropertySet&, ZORProperty&) override { return false; }
-    Names changed;
-  } recorder;
-  ZORPropertySet set;
-  set.SetPropertyLong(u"Known", 1);
-  set.SetPropertyLong(u"Same", 2);
-  set.AddNotify(&recorder);
-  const Bytes blob = Concat({Record(u"KNOWN", {0}, {10, 0, 0, 0}), Record(u"Same", {0}, {2, 0, 0, 0}),
-                             Record(u"New", {0}, {3, 0, 0, 0}), Record(u"", {0}, {1, 0, 0, 0}),
-                             Record(u"Late", {0}, {4, 0, 0, 0})});
-  set.MergePropertiesBinary(blob, true, false);
-  EXPECT_EQ(recorder.changed, Names{u"Known"});
-  EXPECT_EQ(NamesOf(set), (Names{u"Known", u"Same"}));
-  set.MergePropertiesBinary(blob, false, true);
-  EXPECT_EQ(recorder.changed, (Names{u"Known", u"New"}));
-  int32_t known = 0;
-  ASSERT_TRUE(set.GetPropertyLong(u"Known", known));
-  EXPECT_EQ(known, 10);
-  set.RemoveNotify(&recorder);
 }

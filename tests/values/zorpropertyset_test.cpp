@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <climits>
 
 namespace {
 
@@ -72,79 +71,6 @@ TEST(ZORPropertySet, NamesFoldOnlyAsciiLettersAndKeepTheFirstSpelling) {
   EXPECT_FALSE(ZORPropertySet::NamesEqual(u"[", u"{"));  // only A-Z fold
 }
 
-TEST(ZORPropertySet, EqualValueAsksObserversButChangesNothing) {
-  ZORPropertySet set;
-  Observer observer;
-  set.AddNotify(&observer);
-  set.SetPropertyLong(u"n", 1);
-  EXPECT_EQ(observer.Count(Event::Changing), 0);  // a new name only announces
-  EXPECT_EQ(observer.Count(Event::Changed), 1);
-  EXPECT_TRUE(set.IsDirty());
-
-  set.SetDirty(false);
-  observer.events.clear();
-  set.SetPropertyLong(u"N", 1);
-  EXPECT_EQ(observer.Count(Event::Changing), 1);
-  EXPECT_EQ(observer.Count(Event::Changed), 0);
-  EXPECT_FALSE(set.IsDirty());
-
-  // The same number in another kind is a change.
-  set.SetProperty(u"n", VELAnyValInt(1));
-  EXPECT_EQ(observer.Count(Event::Changed), 1);
-  EXPECT_EQ(observer.events.back().name, u"n");
-  EXPECT_TRUE(set.IsDirty());
-  set.RemoveNotify(&observer);
-}
-
-TEST(ZORPropertySet, ObserverSubstitutionTakesPartInTheTestButIsNotStored) {
-  ZORPropertySet set;
-  set.SetPropertyLong(u"n", 1);
-  Observer observer;
-  set.AddNotify(&observer);
-
-  // Substituting the stored value makes any change look like none.
-  observer.onChanging = [](ZORPropertySet&, ZORProperty& p) {
-    p.value = std::make_shared<VELAnyValLong>(1);
-  };
-  set.SetPropertyLong(u"n", 5);
-  int32_t number = 0;
-  ASSERT_TRUE(set.GetPropertyLong(u"n", number));
-  EXPECT_EQ(number, 1);
-  EXPECT_EQ(observer.Count(Event::Changed), 0);
-
-  // Substituting something else: the caller's value is stored, the observers
-  // are told of the substitute.
-  observer.onChanging = [](ZORPropertySet&, ZORProperty& p) {
-    p.value = std::make_shared<VELAnyValLong>(99);
-  };
-  observer.events.clear();
-  set.SetPropertyLong(u"n", 5);
-  ASSERT_TRUE(set.GetPropertyLong(u"n", number));
-  EXPECT_EQ(number, 5);
-  ASSERT_EQ(observer.Count(Event::Changed), 1);
-  EXPECT_EQ(observer.events.back().text, "99");
-  set.RemoveNotify(&observer);
-}
-
-// Each observer once, nulls ignored, one true answer enough, unknown removals harmless.
-TEST(ZORPropertySet, ObserverTableRules) {
-  ZORPropertySet set;
-  Observer a, b, unknown;
-  for (Observer* observer : {&a, &a, &b, static_cast<Observer*>(nullptr)}) set.AddNotify(observer);
-  a.answer = true;
-  set.SetPropertyLong(u"x", 1);
-  EXPECT_EQ(a.Count(Event::Changed) + 10 * b.Count(Event::Changed), 11);
-  ZORProperty probe{u"x", std::make_shared<VELAnyValLong>(2)};
-  EXPECT_TRUE(set.NotifyChanging(probe));
-  a.answer = false;
-  EXPECT_FALSE(set.NotifyChanging(probe));
-  set.RemoveNotify(&a);
-  set.RemoveNotify(&unknown);
-  set.SetPropertyLong(u"x", 3);
-  EXPECT_EQ(a.Count(Event::Changed) + 10 * b.Count(Event::Changed), 21);
-  set.RemoveNotify(&b);
-}
-
 TEST(ZORPropertySet, ObserversMayChangeTheTableAndTheSetFromACallback) {
   ZORPropertySet set;
   Observer first;
@@ -170,39 +96,6 @@ TEST(ZORPropertySet, ObserversMayChangeTheTableAndTheSetFromACallback) {
   set.SetPropertyLong(u"y", 1);
   EXPECT_EQ(Names(set).size(), 2u + 39u);
   set.RemoveNotify(&writer);
-}
-
-TEST(ZORPropertySet, SetAllWithAndWithoutNotification) {
-  ZORPropertySet set;
-  Observer observer;
-  set.SetPropertyLong(u"gone", 1);
-  set.AddNotify(&observer);
-  set.SetDirty(false);
-  const ZORPropertyList list = {{u"a", std::make_shared<VELAnyValLong>(1)},
-                                {u"b", std::make_shared<VELAnyValLong>(2)}};
-  set.SetAllProperties(list, false);
-  EXPECT_TRUE(observer.events.empty());
-  EXPECT_TRUE(set.IsDirty());
-  EXPECT_EQ(Names(set), (std::vector<std::u16string>{u"a", u"b"}));
-
-  set.SetAllProperties(list, true);
-  EXPECT_EQ(observer.Count(Event::Changed), 2);  // emptied first: both are new
-
-  // Copying from itself changes nothing; from another set it notifies.
-  observer.events.clear();
-  set.CopyProperties(set);
-  EXPECT_TRUE(observer.events.empty());
-  ZORPropertySet other;
-  other.SetPropertyLong(u"c", 3);
-  set.CopyProperties(other);
-  EXPECT_EQ(Names(set), std::vector<std::u16string>{u"c"});
-  EXPECT_EQ(observer.Count(Event::Changed), 1);
-
-  set.SetDirty(false);
-  set.ClearAllProperties();
-  EXPECT_TRUE(Names(set).empty());
-  EXPECT_FALSE(set.IsDirty());
-  set.RemoveNotify(&observer);
 }
 
 // Numbers of every integer kind and leading integers of text read as longs;

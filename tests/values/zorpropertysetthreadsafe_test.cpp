@@ -1,5 +1,4 @@
-// The thread-safe set under concurrent writers, re-entrant observers and a
-// dirty flag that never waits for the lock.
+// The thread-safe set under concurrent writers, re-entrant observers and a dirty flag that never waits for the lock.
 #include "values/zorpropertysetthreadsafe.h"
 
 #include <gtest/gtest.h>
@@ -11,8 +10,7 @@
 namespace {
 
 std::u16string NameOf(int thread, int index) {
-  // Built by appending: GCC 12 at -O3 reports a false -Wrestrict on
-  // "t" + std::to_string(...).
+  // Built by appending: GCC 12 at -O3 reports a false -Wrestrict on "t" + std::to_string(...).
   std::string narrow = "t";
   narrow += std::to_string(thread) + "-" + std::to_string(index);
   return std::u16string(narrow.begin(), narrow.end());

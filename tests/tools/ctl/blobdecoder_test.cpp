@@ -24,9 +24,7 @@ ZORPropertyList RandomList(std::mt19937& random) {
   return list;
 }
 
-// Every cut of a valid blob: whole records decode as written, the walk is
-// complete exactly when the cut falls on a record's end (or one byte after,
-// which the engine ignores), and nothing is read past the cut.
+// Every cut of a valid blob: whole records decode, and nothing past the cut is read.
 TEST(BlobDecoder, EveryCutOfAValidBlobDecodesItsWholeRecordsAndNoMore) {
   std::mt19937 random(20);
   for (int round = 0; round < 200; ++round) {

@@ -75,10 +75,7 @@ class MainJob : public HostFiles, public ::testing::WithParamInterface<const cha
 
 INSTANTIATE_TEST_SUITE_P(Stages, MainJob, ::testing::Values("apo", "manager"));
 
-// The whole file and the picture are written. Measured from the files, not
-// from the report's own figures: with processing off the output is the
-// input, within 0.1 dB; with it on, the speaker correction and the gain make
-// it differ.
+// Measured from the files: processing off gives the input within 0.1 dB, on changes it.
 TEST_P(MainJob, WritesTheWholeFileWhoseLevelFollowsTheProcessingSwitch) {
   ASSERT_EQ(Run().code, 0) << Run().err;
   AudioClip in, out;

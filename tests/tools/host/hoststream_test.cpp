@@ -43,9 +43,7 @@ struct StreamCase {
 
 class HostStreams : public LaptopEndpoint, public ::testing::WithParamInterface<StreamCase> {};
 
-// Whatever the block length, the output is as long as the input, every
-// all-zero buffer goes in flagged silent, and the stage reports the same
-// latency as the manager's calculator.
+// Any block length: output as long as input, silent buffers flagged, latency reported.
 TEST_P(HostStreams, KeepLengthAndMarkSilentBuffers) {
   const StreamCase& c = GetParam();
   const AudioClip input = MakeProgramme(c.seconds, 48000);
@@ -78,9 +76,7 @@ INSTANTIATE_TEST_SUITE_P(Table, HostStreams,
                                            StreamCase{"manager", 480, 2.0}, StreamCase{"manager", 64, 1.0},
                                            StreamCase{"manager", 48000, 0.6}));
 
-// Formats the render objects do not take, a location without an effect
-// class, and --module naming a file that does not load or is not the
-// engine's module.
+// Refused: formats the objects don't take, a location without a class, a bad --module.
 TEST_F(LaptopEndpoint, TheApoStageRefusesFormatsAndModulesItCannotRun) {
   HostFormat stereo{48000, 2, 2}, mono{48000, 1, 1}, fast{384000, 2, 2};
   const auto tech = HostModule::DefaultPaths().front().parent_path() /
@@ -124,8 +120,7 @@ TEST(HostEndpoint, PrivateEndpointsComeAndGo) {
   EXPECT_FALSE(gone.Open(guid).ok) << "the endpoint was removed with its object";
 }
 
-// Every control action through the stores, read back as a control panel
-// reads it; refusals write nothing.
+// Every control action through the stores, read back as a control panel reads it; refusals write nothing.
 TEST_F(LaptopEndpoint, HostControlCarriesActionsOutThroughTheStores) {
   HostControl control;
   ASSERT_TRUE(control.Open(endpoint.GuidText(), 2, error)) << error;
