@@ -1,7 +1,7 @@
 #pragma once
 // What the chain tests share: an endpoint in the private store whose
-// configuration is a copy of a test or example file, workspaces for it, and
-// blocks through a chain.
+// configuration is a copy of a test or example file, workspaces for it,
+// blocks through a chain, and a clock moved by hand.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -14,6 +14,7 @@
 #include "audiotesting.h"
 #include "config/zorapoconfigurationfile.h"
 #include "endpointfixture.h"
+#include "manualclock.h"
 #include "platform/text.h"
 #include "techtesting.h"
 

@@ -1,11 +1,15 @@
 // One latency for every chain of a stream: the calculator's figure and its
-// cache, and the padding that lines chains of different latency up.
+// cache, the padding that lines chains of different latency up, and a manager
+// on a configuration at that latency while two constructions run at once.
 #include "manager/zorapolatencycalculator.h"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
+#include <thread>
 
 #include "chaintesting.h"
+#include "manager/zorapoprocessmanager.h"
 
 namespace {
 
@@ -72,4 +76,46 @@ TEST_F(Latency, CachedFigureLinesUpChainsOfDifferentNaturalLatency) {
   Build(gain, 0, 0);
   EXPECT_EQ(gain.GetLatencyFrames(), 0u);
   EXPECT_EQ(ImpulseFrame(gain), 0u);
+}
+
+// Stale blocks refresh the fading chain while the worker builds; two builds share
+// the document cache while a calculator fills the latency cache.
+TEST_F(Latency, ManagerUsesTheFigureWhileConstructionsRunSideBySide) {
+  const ZORAPOEndpointInfo& laptop = MakeEndpoint(ExampleFile("laptop.xml"));
+  ManualClock clock(1000);  // a second at every reading: every block finds the stream stale
+  ZORAPOProcessManager manager;
+  manager.SetClock(&clock);
+  ASSERT_TRUE(manager.SetEndpointInfo(laptop, 1));
+  ASSERT_TRUE(manager.Initialize(2, 2, 48000, 0, 1));
+  const ZORAPOProcessChain& active = *manager.GetChainPointers().active;
+  ASSERT_TRUE(active.IsBuilt());
+  EXPECT_EQ(active.GetProcessCount(), 2u) << "laptop SFX: peq, widener";
+  ZORAPOLatencyCalculator cached;
+  ASSERT_TRUE(cached.Calculate(laptop, {}, 44100));
+  EXPECT_EQ(static_cast<uint64_t>(manager.GetLatency()), cached.GetResult());
+
+  std::atomic<bool> done{false};
+  std::atomic<int> built{0};
+  auto builder = [&](uint32_t location) {
+    ZORAPOProcessChain chain;
+    for (int pass = 0; pass < 20; ++pass) {
+      chain.ResetChain();
+      built += chain.ConstructChain(Workspace(location, 2, 2, 48000), location) ? 1 : 0;
+    }
+  };
+  std::thread changes([&] {
+    while (!done) manager.RequestUpdate(), std::this_thread::yield();
+  });
+  std::thread sfx(builder, 1u), mfx(builder, 2u);
+  const auto input = Noise(480u * 2, 7, 0.25f);
+  std::vector<float> output(960);
+  for (int block = 0; block < 300; ++block) {
+    uint32_t in = 480, out = 480;
+    manager.Process(input.data(), &in, output.data(), &out, false);
+    ASSERT_TRUE(std::all_of(output.begin(), output.end(), [](float s) { return std::abs(s) < 1.0f; }));
+  }
+  done = true;
+  for (std::thread* thread : {&changes, &sfx, &mfx}) thread->join();
+  EXPECT_EQ(built, 40);
+  EXPECT_TRUE(manager.GetChainPointers().active->IsBuilt());
 }

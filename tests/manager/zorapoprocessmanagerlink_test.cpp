@@ -1,14 +1,9 @@
 // The capture link across processes: mutex discovery (locked, killed, not ours to open),
 // follow-capture into auto_mic and back, and capture audio in a render side channel.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <chrono>
-#include <cmath>
 #include <fstream>
-#include <memory>
 #include <mutex>
-#include <string>
 #include <thread>
 
 #include "apo/czor_lfx_capture_apo_universal.h"

@@ -1,12 +1,9 @@
 // The manager's binding and settings reaction through the real stores, with
 // real audio: levels.xml gives every outcome a level of its own (the
 // default mode -3 dB, "Quiet" -9 dB, bypass 0 dB).
-#include <gtest/gtest.h>
-
 #include <array>
 #include <atomic>
 #include <chrono>
-#include <cmath>
 #include <numeric>
 #include <thread>
 
@@ -14,7 +11,6 @@
 #include "chaintesting.h"
 #include "childprocess.h"
 #include "manager/zorapoprocessmanager.h"
-#include "platform/clock.h"
 #include "engine/zortestendpoint.h"
 #include "system/zoraposharedmeter.h"
 #include "system/zorapotunedsettings.h"
@@ -59,18 +55,6 @@ class FxStore final : public ZORTestComObject<IPropertyStore> {
  private:
   std::u16string m_guid, m_fxKey;
   uint32_t m_sysFx;
-};
-
-// Moves only when told, in milliseconds: untold, no block is stale and every
-// switch waits out the rate limit. Atomic: the worker reads it too.
-class SteppedClock : public IZORPerformanceClock {
- public:
-  bool QueryCounter(int64_t& counter) override { return (counter = m_now.load()), true; }
-  bool QueryFrequency(int64_t& frequency) override { return (frequency = 1000), true; }
-  void Advance(int64_t milliseconds) { m_now += milliseconds; }
-
- private:
-  std::atomic<int64_t> m_now{1000};
 };
 
 // A 997 Hz sine through the manager, block by block, kept for inspection.
@@ -192,21 +176,18 @@ TEST_F(ManagerSettings, ModeAndBypassFollowTheSettingsByTheirRank) {
 }
 
 enum class Writes { ProcessEnable, Mode, TunedGain, SysFx };
-struct Change {
-  Writes writes;
-  double db;  // the level after the fade; -3 dB before it
-};
-std::string ChangeName(const testing::TestParamInfo<Change>& param) {
-  return std::array{"ProcessEnable", "Mode", "TunedGain", "SysFx"}[int(param.param.writes)];
+std::string WritesName(const testing::TestParamInfo<Writes>& param) {
+  return std::array{"ProcessEnable", "Mode", "TunedGain", "SysFx"}[int(param.param)];
 }
-class SettingWrittenElsewhere : public ManagerSettings, public testing::WithParamInterface<Change> {};
+class SettingWrittenElsewhere : public ManagerSettings, public testing::WithParamInterface<Writes> {};
 
 // A setting written by another process crossfades the level: every sample's gain
 // stays between the levels and within the fade law, nothing lost or repeated.
 TEST_P(SettingWrittenElsewhere, CrossfadesToTheNewLevelWithoutASeam) {
-  const Change change = GetParam();
+  const Writes writes = GetParam();
+  const double db = std::array{0.0, -9.0, -12.0, 0.0}[int(writes)];  // after the fade; -3 dB before it
 #ifdef _WIN32
-  if (change.writes == Writes::SysFx) {
+  if (writes == Writes::SysFx) {
     GTEST_SKIP() << "Wine's enumerator reports no changes of the store";
   }
 #endif
@@ -219,7 +200,7 @@ TEST_P(SettingWrittenElsewhere, CrossfadesToTheNewLevelWithoutASeam) {
   ZORAPOTunedSettings tool;
   ASSERT_TRUE(tool.OpenNamed(block, loud.mode, false));
 
-  SteppedClock clock;
+  ManualClock clock;  // untold, no block is stale and every switch waits out the rate limit
   ZORAPOProcessManager manager;
   manager.SetClock(&clock);
   auto* fx = new FxStore(info.GetEndpointGuid().Text(), info.GetFxPropertiesPath());
@@ -237,10 +218,10 @@ TEST_P(SettingWrittenElsewhere, CrossfadesToTheNewLevelWithoutASeam) {
   Stream stream(manager);
   stream.Play(10);
   ChildProcess panel;
-  ASSERT_TRUE(panel.Start(HelperBesideTest("velapo_chain_settings_helper"), arguments[int(change.writes)]));
+  ASSERT_TRUE(panel.Start(HelperBesideTest("velapo_chain_settings_helper"), arguments[int(writes)]));
   // Other fades may come first (a watcher may report the writes made while binding late): wait for the level.
   for (const auto deadline = Clock::now() + std::chrono::milliseconds(kMustNotTimeOutMs);
-       std::abs(stream.LevelDb() - change.db) > 0.01;) {
+       std::abs(stream.LevelDb() - db) > 0.01;) {
     ASSERT_LT(Clock::now(), deadline) << "the stream never reached the new level";
     stream.Play();
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
@@ -248,7 +229,7 @@ TEST_P(SettingWrittenElsewhere, CrossfadesToTheNewLevelWithoutASeam) {
   ASSERT_EQ(panel.Wait(kMustNotTimeOutMs), 0);
   stream.Play(40);
 
-  const double from = Gain(-3.0), to = Gain(change.db);
+  const double from = Gain(-3.0), to = Gain(db);
   const double lawStep = 0.0046 * std::abs(to - from);  // the fade's steepest step per frame: 120 dB over 3072
   const size_t frames = stream.input.size() / 2;
   double last = 0.0;
@@ -267,9 +248,8 @@ TEST_P(SettingWrittenElsewhere, CrossfadesToTheNewLevelWithoutASeam) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Manager, SettingWrittenElsewhere,
-                         testing::Values(Change{Writes::ProcessEnable, 0.0}, Change{Writes::Mode, -9.0},
-                                         Change{Writes::TunedGain, -12.0}, Change{Writes::SysFx, 0.0}),
-                         ChangeName);
+                         testing::Values(Writes::ProcessEnable, Writes::Mode, Writes::TunedGain, Writes::SysFx),
+                         WritesName);
 
 // A storm of switch, mode and override writes ends in whole fades and the last write (TSan).
 TEST_F(ManagerSettings, SettingsStormEndsInWholeFadesAndTheLastWrite) {
@@ -365,7 +345,7 @@ TEST_F(ManagerSettings, AudioThreadAllocatesNothingFromTheFirstBlock) {
   for (const Case& c : cases) {
     SCOPED_TRACE(testing::Message() << (c.file ? c.file : "unconfigured") << " at " << c.location << ", "
                                     << c.in << " to " << c.out << " at " << c.rate);
-    SteppedClock clock;
+    ManualClock clock;
     ZORAPOProcessManager manager;
     manager.SetClock(&clock);
     const ZORAPOEndpointInfo* info = c.file ? &MakeEndpoint(ExampleFile(c.file)) : nullptr;
