@@ -1,22 +1,19 @@
-// The other process of the endpoint notification tests: changes one
-// endpoint the way a control panel would, through the same code.
-//   endpointhelper <root> state <guid> <n>         writes DeviceState
-//   endpointhelper <root> default <guid>           sets it as the default
-//   endpointhelper <root> sysfx <guid> <0|1>       SetSysFxDisabled
-//   endpointhelper <root> property <guid> <name>   writes a text property
-//   endpointhelper <root> setting <guid> <x>       writes to its settings key
-//   endpointhelper <root> peek <guid> <x>          opens Software\VEL\APO
-//   endpointhelper <root> capture <guid> add|remove|<n>
-//       creates the capture endpoint (active), deletes it, or writes its DeviceState
-// Any of them may follow "as <uid> <gid>" after <root> to run as that user
-// in that one group (the process must start as root).
+// The other process of the endpoint tests: changes the store the way a
+// control panel or the engine's account would, through the same code.
+//   endpointhelper <root> [as <uid> <gid>] <command> ...
+//   set <key> <name> <n>     writes a DWORD into an existing key
+//   create <key> <name> <n>  the same, creating the key first
+//   remove <key>             deletes the key and all below it
+//   peek <key>               opens the key for reading
+//   sysfx <device id> 0|1    refreshes the endpoint, then SetSysFxDisabled
+//   default <device id>      sets the endpoint as the default
+// "as" runs the command as that user in that one group (the process must start as root).
 // Exit code 0 on success, 2 for bad arguments, 3 when the change failed.
 #include <grp.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <string>
+#include <vector>
 
 #include "platform/com.h"
 #include "platform/registry.h"
@@ -24,77 +21,47 @@
 #include "registrytestarea.h"
 #include "system/zorapoendpointtools.h"
 
+using zor::os::RegKey;
+
 int main(int argc, char** argv) {
-  if (argc > 5 && std::string(argv[2]) == "as") {
-    const gid_t group = static_cast<gid_t>(std::atoi(argv[4]));
-    if (::setgroups(1, &group) != 0 || ::setgid(group) != 0 || ::setuid(static_cast<uid_t>(std::atoi(argv[3]))) != 0) {
+  std::vector<std::string> args(argv + 1, argv + argc);
+  if (args.size() > 3 && args[1] == "as") {
+    const gid_t group = static_cast<gid_t>(std::stoul(args[3]));
+    if (::setgroups(1, &group) != 0 || ::setgid(group) != 0 || ::setuid(static_cast<uid_t>(std::stoul(args[2]))) != 0) {
       return 3;
     }
-    argv[4] = argv[1];
-    argv += 3;
-    argc -= 3;
+    args.erase(args.begin() + 1, args.begin() + 4);
   }
-  if (argc != 5 && !(argc == 4 && std::string(argv[2]) == "default")) {
-    std::fprintf(stderr, "usage: endpointhelper <root> state|default|sysfx|property|capture <guid> [arg]\n");
-    return 2;
-  }
-  velapo::test::UseRegistryRoot(argv[1]);
-  const std::string command = argv[2];
-  const std::u16string guid = zor::os::Utf8ToUtf16(argv[3]);
-  const std::u16string key = std::u16string(ZORAPOEndpointInfo::kMMDevicesAudioPath) + u"Render\\" + guid;
-  const std::u16string id = u"{0.0.0.00000000}." + guid;
-  zor::os::RegKey opened;
-  const std::u16string settings = std::u16string(ZORAPOEndpointInfo::kDefaultSettingsRoot) + u"\\" + guid;
-  if (command == "setting") {
-    return zor::os::RegKey::Open(settings, zor::os::kKeySetValue, opened) == zor::os::RegStatus::Ok &&
-                   opened.WriteDword(u"VelApoPanel", 1) == zor::os::RegStatus::Ok
+  if (args.size() < 3) return 2;
+  velapo::test::UseRegistryRoot(args[0]);
+  const std::string& command = args[1];
+  const std::u16string target = zor::os::Utf8ToUtf16(args[2]);
+  const auto ok = [](zor::os::RegStatus status) { return status == zor::os::RegStatus::Ok; };
+  RegKey key;
+  if (command == "peek") return ok(RegKey::Open(target, zor::os::kKeyQueryValue, key)) ? 0 : 3;
+  if (command == "remove") {
+    const size_t slash = target.rfind(u'\\');
+    return ok(RegKey::Open(target.substr(0, slash), zor::os::kKeyAllAccess, key)) &&
+                   ok(key.DeleteSubKeyTree(target.substr(slash + 1)))
                ? 0
                : 3;
   }
-  if (command == "capture") {
-    const std::u16string flow = std::u16string(ZORAPOEndpointInfo::kMMDevicesAudioPath) + u"Capture";
-    const std::string change = argv[4];
-    if (change == "remove") {
-      return zor::os::RegKey::Open(flow, zor::os::kKeyAllAccess, opened) == zor::os::RegStatus::Ok &&
-                     opened.DeleteSubKeyTree(guid) == zor::os::RegStatus::Ok
-                 ? 0
-                 : 3;
-    }
-    const uint32_t state = change == "add" ? 1u : static_cast<uint32_t>(std::atoi(argv[4]));
-    return zor::os::RegKey::Create(flow + u"\\" + guid, zor::os::kKeyAllAccess, opened) == zor::os::RegStatus::Ok &&
-                   opened.WriteDword(u"DeviceState", state) == zor::os::RegStatus::Ok
+  if ((command == "set" || command == "create") && args.size() == 5) {
+    const zor::os::RegStatus opened = command == "set" ? RegKey::Open(target, zor::os::kKeySetValue, key)
+                                                       : RegKey::Create(target, zor::os::kKeyAllAccess, key);
+    return ok(opened) && ok(key.WriteDword(zor::os::Utf8ToUtf16(args[3]), static_cast<uint32_t>(std::stoul(args[4]))))
                ? 0
                : 3;
-  }
-  if (command == "peek") {
-    const std::u16string root(ZORAPOEndpointInfo::kDefaultSettingsRoot);
-    return zor::os::RegKey::Open(root, zor::os::kKeyQueryValue, opened) == zor::os::RegStatus::Ok ? 0 : 3;
   }
   ZORComPtr<IMMDeviceEnumerator> enumerator;
   ZORComPtr<IMMDevice> device;
   if (FAILED(CoCreateInstance(CLSID_MMDeviceEnumerator, nullptr, CLSCTX_ALL, IID_IMMDeviceEnumerator,
                               enumerator.PutVoid())) ||
-      FAILED(enumerator->GetDevice(zor::com::ToComText(id.c_str()), device.Put()))) {
+      FAILED(enumerator->GetDevice(zor::com::ToComText(target.c_str()), device.Put()))) {
     return 3;
   }
   ZORAPOEndpointInfo info(device.Get(), true);
-  if (command == "state") {
-    return zor::os::RegKey::Open(key, zor::os::kKeySetValue, opened) == zor::os::RegStatus::Ok &&
-                   opened.WriteDword(u"DeviceState", static_cast<uint32_t>(std::atoi(argv[4]))) ==
-                       zor::os::RegStatus::Ok
-               ? 0
-               : 3;
-  }
   if (command == "default") return ZORAPOEndpointTools().SetDefaultEndpoint(info) ? 0 : 3;
-  if (command == "sysfx") return info.SetSysFxDisabled(std::string(argv[4]) == "1") ? 0 : 3;
-  if (command == "property") {
-    const std::u16string text = u"x";
-    const auto* bytes = reinterpret_cast<const uint8_t*>(text.c_str());
-    return zor::os::RegKey::Open(key + u"\\FxProperties", zor::os::kKeySetValue, opened) == zor::os::RegStatus::Ok &&
-                   opened.WriteValue(zor::os::Utf8ToUtf16(argv[4]), zor::os::RegType::Sz, {bytes, 4}) ==
-                       zor::os::RegStatus::Ok
-               ? 0
-               : 3;
-  }
+  if (command == "sysfx" && args.size() == 4) return info.SetSysFxDisabled(args[3] == "1") ? 0 : 3;
   return 2;
 }

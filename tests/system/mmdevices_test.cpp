@@ -22,6 +22,9 @@ class StoreEndpoints : public EndpointStore {
     WriteDword(key + u"\\FxProperties", zor::com::PropertyKeyText(PKEY_AudioEndpoint_Disable_SysFx), 0);
     return guid;
   }
+  // The helper's arguments: the endpoint's key, and its device id.
+  static std::string Key(const std::u16string& guid) { return Narrow(std::u16string(kAudio) + u"Render\\" + guid); }
+  static std::string Id(const std::u16string& guid) { return Narrow(u"{0.0.0.00000000}." + guid); }
 };
 
 TEST_F(StoreEndpoints, OnlyActiveRenderEndpointsAreListedAndTheDefaultIsSetThroughThePolicyClient) {
@@ -64,16 +67,15 @@ TEST_F(StoreEndpoints, ChangesByAnotherProcessReachTheObserversAsCodes) {
 
   // The state changes go to the endpoint that is not the default, so that
   // the default stays where it is until it is moved on purpose.
-  const std::string guid = Narrow(endpoint);
-  Helper({"state", Narrow(other), "8"});
+  Helper({"set", Key(other), "DeviceState", "8"});
   EXPECT_EQ(recorder.WaitFor(1, true), (std::vector<int32_t>{1}));
-  Helper({"state", Narrow(other), "1"});
+  Helper({"set", Key(other), "DeviceState", "1"});
   EXPECT_EQ(recorder.WaitFor(2, true), (std::vector<int32_t>{1, 2}));
-  Helper({"sysfx", guid, "1"});
+  Helper({"sysfx", Id(endpoint), "1"});
   EXPECT_EQ(recorder.WaitFor(3, true), (std::vector<int32_t>{1, 2, 3}));
   // Another property says nothing; the default change after it shows that.
-  Helper({"property", guid, Narrow(zor::com::PropertyKeyText(PKEY_Device_DeviceDesc))});
-  Helper({"default", Narrow(other)});
+  Helper({"set", Key(endpoint) + "\\FxProperties", Narrow(zor::com::PropertyKeyText(PKEY_Device_DeviceDesc)), "1"});
+  Helper({"default", Id(other)});
   EXPECT_EQ(recorder.WaitFor(4, true), (std::vector<int32_t>{1, 2, 3, 0}));
 }
 
@@ -83,11 +85,12 @@ TEST_F(StoreEndpoints, TheSettingsKeyIsSharedByTheStoresGroupAndClosedToOthers) 
   const std::string group = "54321";
   ASSERT_EQ(::chown(m_area.Root().c_str(), 0, 54321), 0);
   ASSERT_EQ(::chmod(m_area.Root().c_str(), 02775), 0);
-  const std::string guid = Narrow(Add(DEVICE_STATE_ACTIVE));
-  EXPECT_EQ(RunHelper({"as", "54001", group, "state", guid, "1"}), 0);  // the engine's account refreshes
-  EXPECT_EQ(RunHelper({"as", "54002", group, "setting", guid, "-"}), 0);
-  EXPECT_EQ(RunHelper({"as", "54003", "54999", "peek", guid, "-"}), 0);
-  EXPECT_EQ(RunHelper({"as", "54003", "54999", "setting", guid, "-"}), 3);
+  const std::u16string guid = Add(DEVICE_STATE_ACTIVE), root(ZORAPOEndpointInfo::kDefaultSettingsRoot);
+  const std::string settings = Narrow(root + u"\\" + guid);
+  EXPECT_EQ(RunHelper({"as", "54001", group, "sysfx", Id(guid), "0"}), 0);  // the engine's account refreshes
+  EXPECT_EQ(RunHelper({"as", "54002", group, "set", settings, "VelApoPanel", "1"}), 0);
+  EXPECT_EQ(RunHelper({"as", "54003", "54999", "peek", Narrow(root)}), 0);
+  EXPECT_EQ(RunHelper({"as", "54003", "54999", "set", settings, "VelApoPanel", "1"}), 3);
 }
 
 }  // namespace

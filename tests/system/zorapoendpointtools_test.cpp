@@ -60,15 +60,13 @@ TEST_F(EndpointTools, InitFxPropertiesCreatesMissingKeysOnlyWhenSwitchedOn) {
   WriteDword(render, u"DeviceState", DEVICE_STATE_ACTIVE);
   WriteDword(capture, u"DeviceState", DEVICE_STATE_ACTIVE);
   WriteText(render + u"\\FxProperties", u"Kept", u"yes");
-  const auto hasFx = [](const std::u16string& endpoint) {
+  const auto exists = [](const std::u16string& path) {
     zor::os::RegKey key;
-    return zor::os::RegKey::Open(endpoint + u"\\FxProperties", zor::os::kKeyQueryValue, key) == zor::os::RegStatus::Ok;
+    return zor::os::RegKey::Open(path, zor::os::kKeyQueryValue, key) == zor::os::RegStatus::Ok;
   };
+  const auto hasFx = [&](const std::u16string& endpoint) { return exists(endpoint + u"\\FxProperties"); };
   const std::u16string settings(ZORAPOEndpointInfo::kDefaultSettingsRoot);
-  zor::os::RegKey settingsKey;
-  const bool settingsExisted =
-      zor::os::RegKey::Open(settings, zor::os::kKeyQueryValue, settingsKey) == zor::os::RegStatus::Ok;
-  if (!settingsExisted) Forget(settings);
+  if (!exists(settings)) Forget(settings);
 
   EXPECT_TRUE(InitFxProperties());
   EXPECT_FALSE(hasFx(capture));

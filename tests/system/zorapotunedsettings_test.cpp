@@ -26,12 +26,6 @@ ZORAPOOperatingMode UniqueMode() {
   return mode;
 }
 
-ZORUTSValueList List(std::initializer_list<std::pair<const char*, const char*>> values) {
-  ZORUTSValueList list;
-  for (const auto& [name, text] : values) list.Insert(ZORUTSValue(name, text));
-  return list;
-}
-
 std::string TextIn(const ZORUTSValueList& list, const char* name) {
   const ZORUTSValue* value = list.Find(name);
   return value != nullptr ? value->GetText() : "-";
@@ -54,13 +48,15 @@ TEST(ZORAPOTunedSettings, AToolsBlockReachesAChainThatFollowsIt) {
   EXPECT_TRUE(tool.WriteControl(ZORUTSValue("APO4-Tuning Mode", 2)));
   EXPECT_EQ(chain.GetTuningMode(false), 0);
   EXPECT_EQ(chain.GetTuningMode(true), 2);
-  ZORUTSValueList seen = List({{"Volume", "0"}});
+  ZORUTSValueList seen;
+  seen.Insert(ZORUTSValue("Volume", "0"));
   ASSERT_TRUE(chain.ReadAll(seen, false));
   EXPECT_EQ(seen.Size(), 1u);  // a list with entries is only refreshed
   EXPECT_EQ(TextIn(seen, "Volume"), "9");
 
   EXPECT_EQ(tool.ClearAll(), 0u);  // length 0 reads as no change
-  EXPECT_TRUE(chain.ReadAll(seen, true));
+  EXPECT_TRUE(chain.ReadAll(seen, true));  // cleared first: the whole image again
+  EXPECT_EQ(seen.Size(), 3u);
   EXPECT_EQ(TextIn(seen, "Volume"), "9");
 }
 
